@@ -1,0 +1,106 @@
+// Allocation failures on demand: operator new of the test program and the counters behind it.
+#include "support/failing_new.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local bool armed = false;
+thread_local size_t toPass = 0;
+thread_local size_t toFail = 0;
+thread_local size_t failed = 0;
+
+std::atomic<size_t> largeSize{0};
+std::atomic<size_t> largeCount{0};
+
+bool FailsOnThisThread() {
+    if (!armed) {
+        return false;
+    }
+    if (toPass > 0) {
+        --toPass;
+        return false;
+    }
+    if (toFail == 0) {
+        return false;
+    }
+    --toFail;
+    ++failed;
+    return true;
+}
+
+bool FailsForSize(size_t size) {
+    const size_t limit = largeSize.load(std::memory_order_relaxed);
+    if (limit == 0 || size < limit) {
+        return false;
+    }
+    size_t left = largeCount.load();
+    while (left > 0) {
+        if (largeCount.compare_exchange_weak(left, left - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void* Allocate(size_t size, size_t alignment) {
+    if (FailsOnThisThread() || FailsForSize(size)) {
+        return nullptr;
+    }
+    const size_t bytes = size == 0 ? 1 : size;
+    if (alignment <= alignof(std::max_align_t)) {
+        return std::malloc(bytes);
+    }
+    return std::aligned_alloc(alignment, (bytes + alignment - 1) / alignment * alignment);
+}
+
+void* AllocateOrThrow(size_t size, size_t alignment) {
+    void* memory = Allocate(size, alignment);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+}  // namespace
+
+namespace tiv::test {
+
+FailingNew::FailingNew(size_t skip, size_t count) {
+    toPass = skip;
+    toFail = count;
+    failed = 0;
+    armed = true;
+}
+
+FailingNew::~FailingNew() { armed = false; }
+
+size_t FailingNew::Failed() const { return failed; }
+
+void FailNextNewOfAtLeast(size_t bytes, size_t count) {
+    largeCount = count;
+    largeSize = bytes;
+}
+
+}  // namespace tiv::test
+
+void* operator new(size_t size) { return AllocateOrThrow(size, 0); }
+void* operator new[](size_t size) { return AllocateOrThrow(size, 0); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return Allocate(size, 0); }
+void* operator new(size_t size, std::align_val_t alignment) {
+    return AllocateOrThrow(size, static_cast<size_t>(alignment));
+}
+void* operator new[](size_t size, std::align_val_t alignment) {
+    return AllocateOrThrow(size, static_cast<size_t>(alignment));
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }

@@ -1,0 +1,25 @@
+// Allocation failures on demand: operator new of the test program and the counters behind it.
+#pragma once
+
+#include <cstddef>
+
+namespace tiv::test {
+
+// While it lives, allocations of the calling thread through operator new go through until `skip`
+// of them have passed; the next `count` throw std::bad_alloc. Other threads are not touched.
+class FailingNew {
+ public:
+    explicit FailingNew(size_t skip = 0, size_t count = 1);
+    ~FailingNew();
+    FailingNew(const FailingNew&) = delete;
+    FailingNew& operator=(const FailingNew&) = delete;
+
+    // Allocations that have failed so far.
+    size_t Failed() const;
+};
+
+// The same for the thread on which the next allocation of at least `bytes` happens, whichever it
+// is; for code that allocates on a thread of its own. 0 switches it off.
+void FailNextNewOfAtLeast(size_t bytes, size_t count = 1);
+
+}  // namespace tiv::test

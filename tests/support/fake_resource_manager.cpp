@@ -1,0 +1,19 @@
+// Double of the resource manager: one result, and a count of the questions.
+#include "support/fake_resource_manager.h"
+
+#include "platform/resource_manager.h"
+
+namespace tiv::test {
+
+FakeResourceManager& FakeResourceManager::Instance() {
+    static FakeResourceManager manager;
+    return manager;
+}
+
+}  // namespace tiv::test
+
+int32_t IAMResMgrReady(void) {
+    auto& manager = tiv::test::FakeResourceManager::Instance();
+    ++manager.calls;
+    return manager.result;
+}
