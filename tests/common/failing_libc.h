@@ -1,0 +1,19 @@
+// Failures of C library functions that the foundation calls directly. The linker sends the calls of
+// this test program through the double.
+#pragma once
+
+#include <string>
+
+namespace tiv::test {
+
+// While it lives, `count` calls of the function fail after `skip` calls went through. Known are
+// fileno, flock, lstat, readlink and strdup. One at a time, for tests on one thread.
+class FailingCall {
+ public:
+    explicit FailingCall(const std::string& function, int count = 1, int skip = 0);
+    ~FailingCall();
+    FailingCall(const FailingCall&) = delete;
+    FailingCall& operator=(const FailingCall&) = delete;
+};
+
+}  // namespace tiv::test
