@@ -1,0 +1,128 @@
+// Tests of the channel inventory.
+#include "driver/drv_channels_mgr.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "config/json_parser.h"
+#include "support/fake_driver.h"
+#include "support/recorded_log.h"
+
+namespace analysis::rokt::driver {
+namespace {
+
+using tiv::test::FakeDriver;
+using tiv::test::RecordedLog;
+using Zelnarer::Parser::JsonParser;
+
+DrvChannelsMgr& Mgr() { return DrvChannelsMgr::Instance(); }
+
+FakeDriver& Driver() { return FakeDriver::Instance(); }
+
+RecordedLog& Log() { return RecordedLog::Instance(); }
+
+void SwitchOff(const std::string& channelSwitch) {
+    const std::string path = testing::TempDir() + "drv_channels_mgr_" + channelSwitch + ".json";
+    std::ofstream(path) << R"({"device":{"channels":[{"channel":8,")" << channelSwitch
+                        << R"(":"off"}]}})";
+    JsonParser::Instance().Init(path);
+    remove(path.c_str());
+}
+
+TEST(DrvChannelsMgr, BeforeTheFirstQueryNoChannelIsValid) {
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+
+    EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:0"));
+}
+
+TEST(DrvChannelsMgr, ListedChannelIsValid) {
+    EXPECT_EQ(Mgr().GetAllChannels(2), 0);
+
+    EXPECT_TRUE(Mgr().ChannelIsValid(2, 8));
+
+    EXPECT_TRUE(Log().Has('I', "Begin to GetAllChannels, devIndexId 2"));
+    EXPECT_TRUE(Log().Has('I', "GetAllChannels, devId:2"));
+    EXPECT_TRUE(Log().Has('I', "ChannelIsValid find channel map, devId:2, channelId:8"));
+}
+
+TEST(DrvChannelsMgr, ListsAreKeptPerDevice) {
+    EXPECT_EQ(Mgr().GetAllChannels(2), 0);
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(3, 8));
+
+    EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:3"));
+}
+
+TEST(DrvChannelsMgr, ChannelInNeitherSourceIsNotValid) {
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 9));
+
+    EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devid:0"));
+}
+
+TEST(DrvChannelsMgr, ListedChannelSwitchedOffIsNotValid) {
+    SwitchOff("prof_switch");
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+
+    EXPECT_TRUE(Log().Has('I', "devId:0, channelId:8 in Json file is configured to off"));
+}
+
+TEST(DrvChannelsMgr, ReporterSwitchDoesNotCount) {
+    SwitchOff("reporter_switch");
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+
+    EXPECT_TRUE(Mgr().ChannelIsValid(0, 8));
+}
+
+TEST(DrvChannelsMgr, MissingListIsTheFirstReason) {
+    SwitchOff("prof_switch");
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+
+    EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:0"));
+    EXPECT_FALSE(Log().Contains('I', "configured to off"));
+}
+
+TEST(DrvChannelsMgr, SwitchIsAskedBeforeTheList) {
+    SwitchOff("prof_switch");
+    Driver().SetChannels(0, {1});
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+
+    EXPECT_TRUE(Log().Has('I', "devId:0, channelId:8 in Json file is configured to off"));
+    EXPECT_FALSE(Log().Has('I', "ChannelIsValid not find channel map, devid:0"));
+}
+
+TEST(DrvChannelsMgr, FailedSecondQueryKeepsTheFirstList) {
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    Driver().calls.Return("prof_drv_get_channels", 1);
+
+    EXPECT_EQ(Mgr().GetAllChannels(0), -1);
+
+    EXPECT_TRUE(Log().Has('E', "DrvGetChannels failed, devId:0"));
+    EXPECT_TRUE(Mgr().ChannelIsValid(0, 8));
+}
+
+TEST(DrvChannelsMgr, SecondQueryReplacesTheList) {
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    Driver().SetChannels(0, {9});
+
+    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+
+    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_TRUE(Mgr().ChannelIsValid(0, 9));
+}
+
+TEST(DrvChannelsMgr, NegativeDeviceFails) {
+    EXPECT_EQ(Mgr().GetAllChannels(-1), -1);
+
+    EXPECT_TRUE(Log().Has('E', "DrvGetChannels failed, devId:-1"));
+}
+
+}  // namespace
+}  // namespace analysis::rokt::driver
