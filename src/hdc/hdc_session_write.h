@@ -1,0 +1,18 @@
+// Fragments one whole buffer into driver messages.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/driver_api.h"
+
+// Writes `length` bytes (at least 1) as fragments of at most the driver's segment size, through one
+// driver message that is emptied between them. `flag` is HDC_FLAG_WAIT or HDC_FLAG_NO_WAIT. -1 on
+// any failure; what was sent until then stays sent.
+[[nodiscard]] int32_t HdcSessionWrite(HDC_SESSION session, const void* buf, uint32_t length,
+                                      uint64_t flag);
+
+// The same for a buffer with HDC_FRAGMENT_PAYLOAD_OFFSET writable bytes in front and as many behind
+// as a fragment has behind its payload: each fragment is laid around its slice of the buffer, sent
+// from there, and taken away again. The driver is done with a buffer when the send returns.
+[[nodiscard]] int32_t HdcSessionWriteInPlace(HDC_SESSION session, char* buf, uint32_t length,
+                                             uint64_t flag);

@@ -1,0 +1,81 @@
+// Tests of the buffers that travel between readers and link.
+#include "transport/prof_channel_buffers.h"
+
+#include <gtest/gtest.h>
+
+namespace analysis::rokt::transport {
+namespace {
+
+ProfChannelBuffers& Buffers() { return ProfChannelBuffers::Instance(); }
+
+TEST(ProfChannelBuffers, ChunkHasRoomForOneBufferAndDefaultFields) {
+    const auto chunk = Buffers().MakeChunk();
+
+    EXPECT_GE(chunk->chunk.capacity(), CHANNEL_BUFFER_SIZE);
+    EXPECT_EQ(chunk->chunkSize, 0U);
+    EXPECT_EQ(chunk->offset, -1);
+    EXPECT_FALSE(chunk->isLastChunk);
+}
+
+TEST(ProfChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
+    Buffers().Attach();
+    auto chunk = Buffers().MakeChunk();
+    const char* room = chunk->chunk.data();
+
+    chunk.reset();
+    EXPECT_EQ(Buffers().IdleCount(), 1U);
+
+    EXPECT_EQ(Buffers().MakeChunk()->chunk.data(), room);
+}
+
+TEST(ProfChannelBuffers, RoomIsFreedWithoutReaders) {
+    Buffers().MakeChunk().reset();
+
+    EXPECT_EQ(Buffers().IdleCount(), 0U);
+}
+
+TEST(ProfChannelBuffers, LastReaderTakesTheRoomAlong) {
+    Buffers().Attach();
+    Buffers().MakeChunk().reset();
+
+    Buffers().Detach();
+
+    EXPECT_EQ(Buffers().IdleCount(), 0U);
+}
+
+TEST(ProfChannelBuffers, KeepsFourBuffersForEachReader) {
+    Buffers().Attach();
+    std::vector<std::shared_ptr<ProfileFileChunk>> chunks = {
+        Buffers().MakeChunk(), Buffers().MakeChunk(), Buffers().MakeChunk(), Buffers().MakeChunk(),
+        Buffers().MakeChunk()};
+
+    chunks.clear();
+
+    EXPECT_EQ(Buffers().IdleCount(), 4U);
+}
+
+TEST(ProfChannelBuffers, KeepsAtMost32Buffers) {
+    std::vector<std::shared_ptr<ProfileFileChunk>> chunks;
+    for (int i = 0; i < 33; ++i) {
+        Buffers().Attach();
+        chunks.push_back(Buffers().MakeChunk());
+    }
+
+    chunks.clear();
+
+    EXPECT_EQ(Buffers().IdleCount(), 32U);
+}
+
+TEST(ProfChannelBuffers, RoomThatWasTakenOutDoesNotComeBack) {
+    Buffers().Attach();
+    auto chunk = Buffers().MakeChunk();
+    chunk->chunk = "short";
+    chunk->chunk.shrink_to_fit();
+
+    chunk.reset();
+
+    EXPECT_EQ(Buffers().IdleCount(), 0U);
+}
+
+}  // namespace
+}  // namespace analysis::rokt::transport
