@@ -1,0 +1,532 @@
+// Messages on a session: framing, waiting, and the ends of a session.
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+
+#include "driver_bench.h"
+
+namespace tiv::test {
+namespace {
+
+constexpr size_t SEGMENT = 524288;
+
+class Messages : public LinkBench {};
+
+// Raw bytes at the host's end instead of the driver.
+class RawLink : public LinkBench {
+ protected:
+    void OpenRaw() {
+        ASSERT_EQ(0, drvHdcServerCreate(0, SERVICE, &server_));
+        raw_ = RawConnect(SocketOf(0));
+        ASSERT_EQ(0, drvHdcSessionAccept(server_, &card_));
+    }
+    // True when the far end has closed.
+    bool RawIsClosed() const {
+        char byte = 0;
+        return recv(raw_, &byte, 1, 0) <= 0;
+    }
+
+    int raw_ = -1;
+};
+
+std::string Pattern(size_t bytes, size_t seed) {
+    std::string text(bytes, '\0');
+    for (size_t i = 0; i < bytes; ++i) {
+        text[i] = static_cast<char>((i * 131 + seed * 17 + i / 251) & 0xFF);
+    }
+    return text;
+}
+
+TEST_F(Messages, TravelBothWaysWhole) {
+    Open();
+
+    EXPECT_EQ(0, SendText(host_, "to the card"));
+    EXPECT_EQ(0, SendText(card_, "to the host"));
+
+    EXPECT_EQ((Received{0, "to the card"}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "to the host"}), ReceiveText(host_));
+}
+
+TEST_F(Messages, KeepTheirBordersAndTheirOrder) {
+    Open();
+
+    for (const char* text : {"a", "bc", "def"}) {
+        EXPECT_EQ(0, SendText(host_, text));
+    }
+
+    EXPECT_EQ((Received{0, "a"}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "bc"}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "def"}), ReceiveText(card_));
+}
+
+TEST_F(Messages, CapacityIsTheSegmentOfTheFile) {
+    Configure(R"({"segment_bytes": 1024})");
+    HdcCapacity capacity{2, 0};
+
+    EXPECT_EQ(0, drvHdcGetCapacity(&capacity));
+
+    EXPECT_EQ(1024u, capacity.maxSegment);
+    EXPECT_EQ(2u, capacity.chanType);
+}
+
+TEST_F(Messages, OfAWholeSegmentPass) {
+    Open();
+    Worker sender([this] {
+        for (size_t i = 0; i < 32; ++i) {
+            EXPECT_EQ(0, SendText(host_, Pattern(SEGMENT, i)));
+        }
+    });
+
+    for (size_t i = 0; i < 32; ++i) {
+        EXPECT_EQ((Received{0, Pattern(SEGMENT, i)}), ReceiveText(card_));
+    }
+}
+
+TEST_F(Messages, LongerThanTheSegmentFailAndEndTheSession) {
+    Open();
+
+    EXPECT_EQ(-1, SendText(host_, std::string(SEGMENT + 1, 'x')));
+    EXPECT_EQ(EMSGSIZE, errno);
+
+    EXPECT_EQ(-1, SendText(host_, "later"));
+    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(Messages, WithoutABufferCannotBeSentAndEndTheSession) {
+    Open();
+    HDC_MSG empty = nullptr;
+    ASSERT_EQ(0, drvHdcAllocMsg(host_, &empty, 1));
+
+    EXPECT_EQ(-1, halHdcSend(host_, empty, HDC_FLAG_WAIT, 0));
+
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(RawLink, OneByteAtATimeIsTheSameMessage) {
+    OpenRaw();
+    const std::string bytes = Frame("slow") + Frame("link");
+    Worker sender([&] {
+        for (const char byte : bytes) {
+            RawSend(raw_, std::string(1, byte));
+        }
+    });
+
+    EXPECT_EQ((Received{0, "slow"}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "link"}), ReceiveText(card_));
+}
+
+TEST_F(RawLink, EmptyMessageIsReceivedWithLength0) {
+    OpenRaw();
+    RawSend(raw_, Frame("") + Frame("next"));
+
+    EXPECT_EQ((Received{0, ""}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "next"}), ReceiveText(card_));
+}
+
+TEST_F(RawLink, NothingIsSentButLengthAndMessage) {
+    OpenRaw();
+    ASSERT_EQ(0, SendText(card_, "abc"));
+    ASSERT_EQ(0, drvHdcSessionClose(card_));
+
+    char bytes[16] = {};
+    EXPECT_EQ(7, recv(raw_, bytes, sizeof(bytes), MSG_WAITALL));
+    EXPECT_EQ(Frame("abc"), std::string(bytes, 7));
+}
+
+TEST_F(RawLink, DeclaredLengthAboveTheSegmentClosesTheSession) {
+    OpenRaw();
+    const uint32_t length = SEGMENT + 1;
+    RawSend(raw_, Frame("good") + std::string(reinterpret_cast<const char*>(&length), 4));
+    ::testing::internal::CaptureStderr();
+
+    EXPECT_EQ((Received{0, "good"}), ReceiveText(card_));
+    EXPECT_EQ(25, ReceiveText(card_).result);
+
+    EXPECT_TRUE(RawIsClosed());
+    EXPECT_EQ(-1, SendText(card_, "no more"));
+    EXPECT_EQ(
+        "tiv_driver: warning: session closed: device=0: the far end declared a message of "
+        "524289 bytes, segment is 524288\n",
+        ::testing::internal::GetCapturedStderr());
+}
+
+TEST_F(RawLink, LargestDeclaredLengthClosesTheSession) {
+    OpenRaw();
+    RawSend(raw_, "\xFF\xFF\xFF\xFF");
+    ::testing::internal::CaptureStderr();
+
+    EXPECT_EQ(25, ReceiveText(card_).result);
+
+    EXPECT_NE("", ::testing::internal::GetCapturedStderr());
+}
+
+TEST_F(RawLink, EndOfFileReads25AfterTheWholeMessages) {
+    OpenRaw();
+    RawSend(raw_, Frame("whole"));
+    close(raw_);
+
+    EXPECT_EQ((Received{0, "whole"}), ReceiveText(card_));
+    EXPECT_EQ(25, ReceiveText(card_).result);
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(RawLink, CutMessageReads25AfterTheWholeMessages) {
+    OpenRaw();
+    RawSend(raw_, Frame("whole") + Frame("cut in two").substr(0, 9));
+    close(raw_);
+
+    EXPECT_EQ((Received{0, "whole"}), ReceiveText(card_));
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(RawLink, CutLengthReads25) {
+    OpenRaw();
+    RawSend(raw_, "\x05");
+    close(raw_);
+
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(RawLink, ResetReads25AfterTheWholeMessages) {
+    OpenRaw();
+    ASSERT_EQ(0, SendText(card_, "never read by the far end"));
+    RawSend(raw_, Frame("whole"));
+    close(raw_);  // with bytes unread: the kernel reports a reset
+
+    EXPECT_EQ((Received{0, "whole"}), ReceiveText(card_));
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(Messages, OfAKilledProcessArriveBefore25) {
+    ASSERT_EQ(0, drvHdcServerCreate(0, SERVICE, &server_));
+    const pid_t child = fork();
+    if (child == 0) {
+        HDC_SESSION session = nullptr;
+        (void)drvHdcClientCreate(&client_, 96, SERVICE, 0);
+        (void)drvHdcSessionConnect(0, 0, client_, &session);
+        (void)SendText(session, "last words");
+        (void)kill(getpid(), SIGKILL);
+    }
+    ASSERT_EQ(0, drvHdcSessionAccept(server_, &card_));
+    ASSERT_EQ(child, waitpid(child, nullptr, 0));
+
+    EXPECT_EQ((Received{0, "last words"}), ReceiveText(card_));
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(RawLink, ReceiveThatDoesNotWaitGives36UntilTheMessageIsWhole) {
+    OpenRaw();
+    const std::string bytes = Frame("pieces");
+
+    EXPECT_EQ(36, ReceiveText(card_, HDC_FLAG_NO_WAIT).result);
+    RawSend(raw_, bytes.substr(0, 2));
+    EXPECT_EQ(36, ReceiveText(card_, HDC_FLAG_NO_WAIT).result);
+    RawSend(raw_, bytes.substr(2, 5));
+    EXPECT_EQ(36, ReceiveText(card_, HDC_FLAG_NO_WAIT).result);
+    RawSend(raw_, bytes.substr(7));
+    EXPECT_EQ((Received{0, "pieces"}), ReceiveText(card_, HDC_FLAG_NO_WAIT));
+    EXPECT_EQ(36, ReceiveText(card_, HDC_FLAG_NO_WAIT).result);
+}
+
+TEST_F(Messages, ReceiveThatDoesNotWaitDoesNotWaitForAnotherReceiver) {
+    Open();
+    Worker receiver([this] { EXPECT_EQ((Received{0, "wake"}), ReceiveText(card_)); });
+    receiver.WaitUntilBlocked();
+
+    EXPECT_EQ(36, ReceiveText(card_, HDC_FLAG_NO_WAIT).result);
+
+    EXPECT_EQ(0, SendText(host_, "wake"));
+}
+
+TEST_F(Messages, CloseWakesABlockedReceiveWith25) {
+    Open();
+    Worker receiver([this] { EXPECT_EQ(25, ReceiveText(card_).result); });
+    receiver.WaitUntilBlocked();
+
+    EXPECT_EQ(0, drvHdcSessionClose(card_));
+}
+
+// Sends until the driver refuses; the number of messages that went.
+size_t SendUntilFailure(HDC_SESSION session) {
+    size_t sent = 0;
+    while (SendText(session, std::string(SEGMENT, 'f')) == 0) {
+        ++sent;
+    }
+    return sent;
+}
+
+TEST_F(Messages, CloseWakesABlockedSendWithAnErrorAndWholeMessagesArrive) {
+    Open();
+    size_t sent = 0;
+    Worker sender([&] { sent = SendUntilFailure(host_); });
+    sender.WaitUntilBlocked();
+    ASSERT_EQ(0, drvHdcSessionClose(host_));
+    sender.Join();
+
+    for (size_t i = 0; i < sent; ++i) {
+        EXPECT_EQ((Received{0, std::string(SEGMENT, 'f')}), ReceiveText(card_));
+    }
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(Messages, FarEndsCloseWakesABlockedSend) {
+    Open();
+    Worker sender([this] {
+        EXPECT_LT(0u, SendUntilFailure(host_));
+        EXPECT_EQ(EPIPE, errno);
+    });
+    sender.WaitUntilBlocked();
+
+    EXPECT_EQ(0, drvHdcSessionClose(card_));
+}
+
+TEST_F(Messages, StalledSendFailsAndEndsTheSessionBothWays) {
+    Configure(R"({"stall_limit_ms": 30})");
+    Open();
+    ASSERT_EQ(0, SendText(card_, "unread"));
+
+    const size_t sent = SendUntilFailure(host_);
+
+    EXPECT_EQ(-1, SendText(host_, "later"));
+    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(25, ReceiveText(host_).result);
+    for (size_t i = 0; i < sent; ++i) {
+        EXPECT_EQ(SEGMENT, ReceiveText(card_).text.size());
+    }
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
+TEST_F(Messages, StallIsReportedAsATimeOut) {
+    Configure(R"({"stall_limit_ms": 30})");
+    Open();
+
+    (void)SendUntilFailure(host_);
+
+    EXPECT_EQ(ETIMEDOUT, errno);
+}
+
+// Voluntary context switches of this thread.
+long Switches() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
+TEST_F(Messages, StalledSendSleepsInTheKernelForTheWholeLimit) {
+    Configure(R"({"stall_limit_ms": 500})");
+    Open();
+    const long before = Switches();
+
+    (void)SendUntilFailure(host_);
+
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_GE(10, Switches() - before);
+}
+
+TEST_F(Messages, SendThatDoesNotWaitGives36OnAFullLinkAndTheSessionLives) {
+    Open();
+    size_t sent = 0;
+    while (SendText(host_, std::string(4096, 'n'), HDC_FLAG_NO_WAIT) == 0) {
+        ++sent;
+        if (sent > 4096) {
+            break;
+        }
+    }
+    EXPECT_EQ(EAGAIN, errno);
+    EXPECT_EQ(36, SendText(host_, std::string(4096, 'n'), HDC_FLAG_NO_WAIT));
+
+    for (size_t i = 0; i < sent; ++i) {
+        EXPECT_EQ(4096u, ReceiveText(card_).text.size());
+    }
+    EXPECT_EQ(0, SendText(host_, "room again"));
+    EXPECT_EQ((Received{0, "room again"}), ReceiveText(card_));
+}
+
+TEST_F(Messages, OfTwoSendersDoNotMix) {
+    Open();
+    const auto many = [this](char letter) {
+        for (int i = 0; i < 40; ++i) {
+            EXPECT_EQ(0, SendText(host_, std::string(300000, letter)));
+        }
+    };
+    Worker first([&] { many('a'); });
+    Worker second([&] { many('b'); });
+
+    for (int i = 0; i < 80; ++i) {
+        const std::string text = ReceiveText(card_).text;
+        ASSERT_EQ(300000u, text.size());
+        EXPECT_EQ(std::string::npos, text.find_first_not_of(text[0]));
+    }
+}
+
+TEST_F(Messages, SessionsLiveOnWithoutTheirServer) {
+    Open();
+
+    EXPECT_EQ(0, drvHdcServerDestroy(server_));
+    EXPECT_EQ(0, drvHdcClientDestroy(client_));
+
+    EXPECT_EQ(0, SendText(host_, "still here"));
+    EXPECT_EQ((Received{0, "still here"}), ReceiveText(card_));
+}
+
+TEST_F(Messages, DrainedSessionOfADeadPeerGivesItsDescriptorBack) {
+    Open();
+    ASSERT_EQ(0, SendText(host_, "rest"));
+    ASSERT_EQ(0, drvHdcSessionClose(host_));
+    const size_t before = OpenDescriptors();
+
+    EXPECT_EQ((Received{0, "rest"}), ReceiveText(card_));
+    EXPECT_EQ(before, OpenDescriptors());
+    EXPECT_EQ(25, ReceiveText(card_).result);
+
+    EXPECT_EQ(before - 1, OpenDescriptors());
+    EXPECT_EQ(-1, SendText(card_, "nobody"));
+    EXPECT_EQ(0, drvHdcSessionClose(card_));
+}
+
+TEST_F(Messages, ReceivedMessageOutlivesItsSession) {
+    Open();
+    HDC_MSG message = nullptr;
+    int32_t count = 0;
+    ASSERT_EQ(0, drvHdcAllocMsg(card_, &message, 1));
+    ASSERT_EQ(0, SendText(host_, "kept"));
+    ASSERT_EQ(0, halHdcRecv(card_, message, 0, HDC_FLAG_WAIT, &count, 0));
+
+    ASSERT_EQ(0, drvHdcSessionClose(card_));
+
+    char* data = nullptr;
+    int32_t bytes = 0;
+    ASSERT_EQ(0, drvHdcGetMsgBuffer(message, 0, &data, &bytes));
+    EXPECT_EQ("kept", std::string(data, static_cast<size_t>(bytes)));
+    EXPECT_EQ(0, drvHdcReuseMsg(message));
+    EXPECT_EQ(0, drvHdcFreeMsg(message));
+}
+
+TEST_F(Messages, ReuseEmptiesAMessageForTheNextBuffer) {
+    Open();
+    HDC_MSG message = nullptr;
+    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
+    char buffer[] = "12345678";
+
+    EXPECT_EQ(0, drvHdcAddMsgBuffer(message, buffer, 3));
+    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, buffer, 3));
+    EXPECT_EQ(0, halHdcSend(host_, message, HDC_FLAG_WAIT, 0));
+    buffer[0] = 'x';
+    EXPECT_EQ(0, drvHdcReuseMsg(message));
+    char* data = nullptr;
+    int32_t bytes = 0;
+    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, &data, &bytes));
+    EXPECT_EQ(0, drvHdcAddMsgBuffer(message, buffer, 2));
+    EXPECT_EQ(0, halHdcSend(host_, message, HDC_FLAG_WAIT, 0));
+
+    EXPECT_EQ((Received{0, "123"}), ReceiveText(card_));
+    EXPECT_EQ((Received{0, "x2"}), ReceiveText(card_));
+    EXPECT_EQ(0, drvHdcFreeMsg(message));
+}
+
+TEST_F(Messages, BadArgumentsAreRefused) {
+    Open();
+    HDC_MSG message = nullptr;
+    char byte = 'b';
+    char* data = nullptr;
+    int32_t count = 0;
+
+    EXPECT_EQ(-1, drvHdcAllocMsg(host_, nullptr, 1));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(-1, drvHdcAllocMsg(host_, &message, 2));
+    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
+    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, nullptr, 1));
+    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, &byte, 0));
+    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, nullptr, &count));
+    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 1, &data, &count));
+    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, 2, &count, 0));
+    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, HDC_FLAG_WAIT, nullptr, 0));
+    EXPECT_EQ(-1, halHdcSend(host_, message, 2, 0));
+    EXPECT_EQ(0, SendText(host_, "unharmed"));
+}
+
+TEST_F(Messages, StaleHandlesGiveAnErrorFromEveryFunction) {
+    Open();
+    HDC_MSG message = nullptr;
+    int32_t number = 0;
+    char* data = nullptr;
+    char byte = 'b';
+    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
+    ASSERT_EQ(0, drvHdcFreeMsg(message));
+    EXPECT_EQ(-1, drvHdcFreeMsg(message));
+    EXPECT_EQ(EBADF, errno);
+    EXPECT_EQ(-1, drvHdcReuseMsg(message));
+    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, &data, &number));
+    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, &byte, 1));
+    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, 0, &number, 0));
+
+    ASSERT_EQ(0, drvHdcSessionClose(host_));
+    EXPECT_EQ(-1, drvHdcSessionClose(host_));
+    EXPECT_EQ(EBADF, errno);
+    EXPECT_EQ(-1, drvHdcSetSessionReference(host_));
+    EXPECT_EQ(-1, drvHdcAllocMsg(host_, &message, 1));
+    EXPECT_EQ(-1, halHdcSend(host_, message, 0, 0));
+    EXPECT_EQ(-1, halHdcGetSessionAttr(host_, 0, &number));
+}
+
+TEST_F(Messages, StaleClientsAndServersGiveAnError) {
+    Open();
+    HDC_SESSION session = nullptr;
+    ASSERT_EQ(0, drvHdcClientDestroy(client_));
+    ASSERT_EQ(0, drvHdcServerDestroy(server_));
+
+    EXPECT_EQ(-1, drvHdcClientDestroy(client_));
+    EXPECT_EQ(EBADF, errno);
+    EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client_, &session));
+    EXPECT_EQ(-1, drvHdcServerDestroy(server_));
+    EXPECT_EQ(-1, drvHdcSessionAccept(server_, &session));
+    EXPECT_EQ(EBADF, errno);
+}
+
+TEST_F(Messages, HandlesOfOneKindMeanNothingToAnother) {
+    Open();
+
+    EXPECT_EQ(-1, drvHdcSessionClose(server_));
+    EXPECT_EQ(-1, drvHdcFreeMsg(host_));
+    EXPECT_EQ(-1, drvHdcServerDestroy(client_));
+
+    EXPECT_EQ(0, SendText(host_, "untouched"));
+    EXPECT_EQ((Received{0, "untouched"}), ReceiveText(card_));
+}
+
+TEST_F(Messages, HandlesAreNeverReused) {
+    Open();
+    HDC_SESSION old = host_;
+    ASSERT_EQ(0, drvHdcSessionClose(host_));
+    ASSERT_EQ(0, drvHdcSessionConnect(0, 0, client_, &host_));
+
+    EXPECT_LT(old, host_);
+    EXPECT_EQ(-1, drvHdcSessionClose(old));
+    EXPECT_EQ(0, SendText(host_, "alive"));
+}
+
+void* SendAndReceive(void* argument) {
+    HDC_SESSION* ends = static_cast<HDC_SESSION*>(argument);
+    EXPECT_EQ(0, SendText(ends[0], "small stack"));
+    EXPECT_EQ((Received{0, "small stack"}), ReceiveText(ends[1]));
+    return nullptr;
+}
+
+TEST_F(Messages, PassOnAStackOf128KiB) {
+    Open();
+    HDC_SESSION ends[2] = {host_, card_};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 131072);
+    pthread_t thread{};
+    ASSERT_EQ(0, pthread_create(&thread, &attributes, SendAndReceive, ends));
+
+    EXPECT_EQ(0, pthread_join(thread, nullptr));
+    pthread_attr_destroy(&attributes);
+}
+
+}  // namespace
+}  // namespace tiv::test
