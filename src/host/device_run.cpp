@@ -1,0 +1,123 @@
+// The steps of one device's job.
+#include "host/device_run.h"
+
+#include <fmt/format.h>
+
+namespace tiv::host {
+
+namespace {
+
+constexpr std::chrono::milliseconds DRAIN_SLICE{100};
+constexpr std::chrono::seconds DRAIN_PATIENCE{60};
+constexpr std::chrono::seconds STOP_REPLY_TIMEOUT{30};
+
+}  // namespace
+
+DeviceRun::DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp)
+    : link_(link),
+      job_(std::move(job)),
+      directory_(std::move(directory)),
+      giveUp_(std::move(giveUp)),
+      files_(directory_) {}
+
+DeviceRun::~DeviceRun() { Abandon(); }
+
+bool DeviceRun::Check(const Reply& reply) {
+    if (!reply.Accepted()) {
+        failure_ = reply.message;
+    }
+    return reply.Accepted();
+}
+
+bool DeviceRun::Connect() {
+    auto transport = link_.Connect(job_.deviceId, failure_);
+    if (transport == nullptr) {
+        return false;
+    }
+    control_ =
+        std::make_unique<ControlSession>(job_.deviceId, job_.jobId, std::move(transport), giveUp_);
+    if (!Check(control_->Handshake())) {
+        return false;
+    }
+    transport = link_.Connect(job_.deviceId, failure_);
+    if (transport == nullptr) {
+        return false;
+    }
+    data_ = std::make_unique<DataSession>(job_.deviceId, job_.jobId, std::move(transport), files_,
+                                          giveUp_);
+    return Check(data_->Handshake());
+}
+
+bool DeviceRun::Start() {
+    return Check(control_->StartJob(job_.configText)) &&
+           Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents));
+}
+
+bool DeviceRun::Alive() {
+    return !control_->Closed() && data_->GetState() == DataSession::State::STREAMING;
+}
+
+bool DeviceRun::Stop() {
+    if (!Check(control_->StopReplay())) {
+        return false;
+    }
+    if (!control_->SendStopJob()) {
+        failure_ = fmt::format("device {}: the job stop could not be sent", job_.deviceId);
+        return false;
+    }
+    return true;
+}
+
+void DeviceRun::NoteDataFailure() {
+    const std::string writing = files_.Error();
+    failure_ = writing.empty() ? data_->Failure() : writing;
+}
+
+DeviceRun::DrainStep DeviceRun::DrainOnce() {
+    const DataSession::State state = data_->WaitForEnd(DRAIN_SLICE);
+    if (state == DataSession::State::BROKEN) {
+        NoteDataFailure();
+        return DrainStep::FAILED;
+    }
+    if (state == DataSession::State::COMPLETE) {
+        return Check(control_->WaitForReply(STOP_REPLY_TIMEOUT)) ? DrainStep::DONE
+                                                                 : DrainStep::FAILED;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (data_->Bytes() != drainedBytes_) {
+        drainedBytes_ = data_->Bytes();
+        lastProgress_ = now;
+    }
+    if (now - lastProgress_ > DRAIN_PATIENCE) {
+        failure_ = fmt::format(
+            "device {}: nothing arrived for {}s and the device did not say that it has sent "
+            "everything; the daemon is stuck or the link is down: see the daemon's log",
+            job_.deviceId, DRAIN_PATIENCE.count());
+        return DrainStep::FAILED;
+    }
+    return DrainStep::GO_ON;
+}
+
+void DeviceRun::Abandon() {
+    if (data_ != nullptr) {
+        data_->Close();
+    }
+    if (control_ != nullptr) {
+        control_->Close();
+    }
+}
+
+bool DeviceRun::FinishArrived() {
+    return data_ != nullptr && data_->GetState() == DataSession::State::COMPLETE;
+}
+
+bool DeviceRun::Complete() {
+    return FinishArrived() && failure_.empty() && files_.RefusedNames().empty() &&
+           files_.Error().empty();
+}
+
+uint64_t DeviceRun::Bytes() const { return data_ == nullptr ? 0 : data_->Bytes(); }
+
+uint64_t DeviceRun::Chunks() const { return data_ == nullptr ? 0 : data_->Chunks(); }
+
+}  // namespace tiv::host

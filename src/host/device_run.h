@@ -1,0 +1,89 @@
+// One device's part of a collection: both sessions, the job's steps, and what came of them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/control_session.h"
+#include "host/data_session.h"
+#include "host/device_link.h"
+#include "host/job_plan.h"
+#include "host/result_files.h"
+
+namespace tiv::host {
+
+// Drives one job on one device. The steps are made in the order of the declarations by one thread;
+// each returns false when it failed and then Failure tells why. After a failed step the run is
+// ended with Abandon or by its destructor; what arrived until then is kept.
+class DeviceRun {
+ public:
+    // `link` outlives the run. `directory` is the device's own directory, which exists. `giveUp`
+    // ends the waits for answers early.
+    DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp = {});
+    ~DeviceRun();
+    DeviceRun(const DeviceRun&) = delete;
+    DeviceRun& operator=(const DeviceRun&) = delete;
+
+    // Opens the control and the data session.
+    [[nodiscard]] bool Connect();
+    // Starts the job and its collection.
+    [[nodiscard]] bool Start();
+    // True while both sessions are open.
+    [[nodiscard]] bool Alive();
+    // Ends the collection and the job, without waiting for the rest of the data.
+    [[nodiscard]] bool Stop();
+    // Waits for the rest of the data and the answer to the stop. The wait goes on as long as data
+    // arrives; a minute without any ends it. `onWait` is called several times a second; when it
+    // returns false the wait ends.
+    template <class OnWait>
+    [[nodiscard]] bool Drain(OnWait onWait);
+
+    // Closes both sessions.
+    void Abandon();
+
+    // Every step of the job succeeded, and everything the device had to send has arrived and was
+    // written under its own name.
+    [[nodiscard]] bool Complete();
+
+    [[nodiscard]] const DeviceJob& Job() const { return job_; }
+    [[nodiscard]] const std::string& Directory() const { return directory_; }
+    [[nodiscard]] const std::string& Failure() const { return failure_; }
+    [[nodiscard]] bool FinishArrived();
+    [[nodiscard]] uint64_t Bytes() const;
+    [[nodiscard]] uint64_t Chunks() const;
+    ResultFiles& Files() { return files_; }
+
+ private:
+    enum class DrainStep { GO_ON, DONE, FAILED };
+    bool Check(const Reply& reply);
+    DrainStep DrainOnce();
+    void NoteDataFailure();
+
+    DeviceLink& link_;
+    const DeviceJob job_;
+    const std::string directory_;
+    const GiveUp giveUp_;
+    ResultFiles files_;
+    std::unique_ptr<DataSession> data_;
+    std::unique_ptr<ControlSession> control_;
+    std::string failure_;
+    uint64_t drainedBytes_ = 0;
+    std::chrono::steady_clock::time_point lastProgress_;
+};
+
+template <class OnWait>
+bool DeviceRun::Drain(OnWait onWait) {
+    lastProgress_ = std::chrono::steady_clock::now();
+    while (true) {
+        const DrainStep step = DrainOnce();
+        if (step != DrainStep::GO_ON) {
+            return step == DrainStep::DONE;
+        }
+        if (!onWait()) {
+            failure_ = "left before the rest of the data arrived";
+            return false;
+        }
+    }
+}
+
+}  // namespace tiv::host

@@ -1,0 +1,110 @@
+// Writing of the manifest.
+#include "host/manifest.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "host/version.h"
+
+namespace tiv::host {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr int MANIFEST_FORMAT = 1;
+
+ordered_json FilesOf(DeviceRun& run) {
+    ordered_json files = ordered_json::array();
+    for (const auto& [name, summary] : run.Files().Summaries()) {
+        files.push_back({{"name", name},
+                         {"bytes", summary.bytes},
+                         {"chunks", summary.chunks},
+                         {"dataModule", summary.dataModule}});
+    }
+    return files;
+}
+
+ordered_json DeviceOf(DeviceRun& run) {
+    const DeviceJob& job = run.Job();
+    return {{"device", job.deviceId},
+            {"directory", "device_" + std::to_string(job.deviceId)},
+            {"jobId", job.jobId},
+            {"samplers", job.samplers},
+            {"complete", run.Complete()},
+            {"finishArrived", run.FinishArrived()},
+            {"failure", run.Failure()},
+            {"bytes", run.Bytes()},
+            {"chunks", run.Chunks()},
+            {"files", FilesOf(run)},
+            {"refusedNames", run.Files().RefusedNames()},
+            {"sampleConfig", ordered_json::parse(run.Job().configText)}};
+}
+
+bool AllComplete(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
+    for (const auto& run : runs) {
+        if (!run->Complete()) {
+            return false;
+        }
+    }
+    return !runs.empty();
+}
+
+ordered_json ManifestOf(const CollectionRecord& record,
+                        const std::vector<std::unique_ptr<DeviceRun>>& runs) {
+    const bool complete = !record.running && AllComplete(runs);
+    ordered_json devices = ordered_json::array();
+    for (const auto& run : runs) {
+        devices.push_back(DeviceOf(*run));
+    }
+    ordered_json manifest = {
+        {"format", MANIFEST_FORMAT},
+        {"tool", std::string("tivctl ") + VERSION},
+        {"state", record.running ? "running"
+                  : complete     ? "complete"
+                                 : "incomplete"},
+        {"complete", complete},
+        {"stoppedEarly", record.stoppedEarly},
+        {"started", UtcText(record.started)},
+        {"askedMs", record.asked.count()},
+        {"units", {{"pageBytes", 4096}, {"ticksPerSecond", 100}}},
+        {"devices", devices},
+    };
+    if (!record.running) {
+        manifest["ended"] = UtcText(record.ended);
+    }
+    return manifest;
+}
+
+}  // namespace
+
+std::string UtcText(std::chrono::system_clock::time_point time) {
+    const auto sinceEpoch = time.time_since_epoch();
+    const auto milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count() % 1000;
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
+                       fmt::gmtime(std::chrono::system_clock::to_time_t(time)), milliseconds);
+}
+
+std::string WriteManifest(const std::string& directory, const CollectionRecord& record,
+                          const std::vector<std::unique_ptr<DeviceRun>>& runs) {
+    const std::string path = directory + "/manifest.json";
+    const std::string temporary = path + ".new";
+    std::ofstream file(temporary, std::ios::trunc);
+    // File names come from the device in any encoding: what is no text is replaced.
+    file << ManifestOf(record, runs).dump(2, ' ', false, ordered_json::error_handler_t::replace)
+         << '\n';
+    file.close();
+    if (!file || std::rename(temporary.c_str(), path.c_str()) != 0) {
+        return fmt::format("cannot write {}: {}", path, std::strerror(errno));
+    }
+    return "";
+}
+
+}  // namespace tiv::host

@@ -1,0 +1,85 @@
+// Painting of the progress line.
+#include "host/progress_line.h"
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/console.h"
+#include "host/duration.h"
+
+namespace tiv::host {
+
+namespace {
+
+constexpr std::chrono::milliseconds REPAINT_INTERVAL{100};
+constexpr std::chrono::seconds PLAIN_INTERVAL{5};
+constexpr std::chrono::milliseconds RATE_INTERVAL{500};
+constexpr size_t DEFAULT_COLUMNS = 80;
+
+bool IsPaintableTerminal() {
+    const char* term = std::getenv("TERM");
+    return isatty(STDERR_FILENO) == 1 && (term == nullptr || std::strcmp(term, "dumb") != 0);
+}
+
+// A terminal may report 0 columns.
+size_t Columns() {
+    struct winsize size {};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+        return DEFAULT_COLUMNS;
+    }
+    return size.ws_col;
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine(bool quiet) : quiet_(quiet), terminal_(IsPaintableTerminal()) {}
+
+std::string ProgressLine::Text(const Progress& progress) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastRated_ >= RATE_INTERVAL) {
+        const double seconds = std::chrono::duration<double>(now - lastRated_).count();
+        const bool first = lastRated_.time_since_epoch().count() == 0;
+        bytesPerSecond_ = first ? 0 : static_cast<double>(progress.bytes - ratedBytes_) / seconds;
+        ratedBytes_ = progress.bytes;
+        lastRated_ = now;
+    }
+    const std::string time = progress.total.count() == 0
+                                 ? FormatDuration(progress.elapsed)
+                                 : fmt::format("{} of {}", FormatDuration(progress.elapsed),
+                                               FormatDuration(progress.total));
+    return fmt::format("{}  {}  {}  {}/s  {} files", progress.phase, time,
+                       FormatBytes(static_cast<double>(progress.bytes)),
+                       FormatBytes(bytesPerSecond_), progress.files);
+}
+
+void ProgressLine::Show(const Progress& progress) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto interval = terminal_ ? std::chrono::milliseconds(REPAINT_INTERVAL)
+                                    : std::chrono::milliseconds(PLAIN_INTERVAL);
+    if (quiet_ || now - lastShown_ < interval) {
+        return;
+    }
+    lastShown_ = now;
+    std::string text = Text(progress);
+    if (terminal_) {
+        text.resize(std::min(text.size(), Columns() - 1));
+        Say(stderr, "\r\033[K" + text);
+        painted_ = true;
+    } else {
+        Say(stderr, text + "\n");
+    }
+}
+
+void ProgressLine::Clear() {
+    if (painted_) {
+        Say(stderr, "\r\033[K");
+        painted_ = false;
+    }
+}
+
+}  // namespace tiv::host

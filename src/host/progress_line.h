@@ -1,0 +1,41 @@
+// The live line of a running collection on standard error.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace tiv::host {
+
+struct Progress {
+    std::string phase;  // "collecting", "draining"
+    std::chrono::milliseconds elapsed{0};
+    std::chrono::milliseconds total{0};  // 0: no end is known
+    uint64_t bytes = 0;
+    uint64_t files = 0;
+};
+
+// Repaints one line at most ten times a second on a terminal; elsewhere writes a plain line every
+// five seconds. One thread.
+class ProgressLine {
+ public:
+    // `quiet` writes nothing at all.
+    explicit ProgressLine(bool quiet);
+
+    void Show(const Progress& progress);
+    // Removes the line, so that a message can stand in its place.
+    void Clear();
+
+ private:
+    std::string Text(const Progress& progress);
+
+    const bool quiet_;
+    const bool terminal_;
+    bool painted_ = false;
+    std::chrono::steady_clock::time_point lastShown_{};
+    std::chrono::steady_clock::time_point lastRated_{};
+    uint64_t ratedBytes_ = 0;
+    double bytesPerSecond_ = 0;
+};
+
+}  // namespace tiv::host

@@ -1,0 +1,22 @@
+// The table of files that tivctl prints at the end of a collection.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/device_run.h"
+
+namespace tiv::host {
+
+// Prints where the result lies, bytes and samples of each file, and whether it is complete. Files
+// of single processes are summed up in two lines per device. The samples are counted in the files
+// as they stand on disk.
+void PrintSummary(const std::string& directory,
+                  const std::vector<std::unique_ptr<DeviceRun>>& runs);
+
+// Samples in one file; no value when it does not begin as a file of sample records.
+std::optional<uint64_t> CountSamples(const std::string& path);
+
+}  // namespace tiv::host
