@@ -1,0 +1,290 @@
+// The measures that need a whole daemon.
+#include "bench/measures.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <future>
+#include <memory>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/daemon_bench.h"
+#include "bench/raw_stream.h"
+
+namespace tiv::bench {
+namespace {
+
+constexpr uint64_t WARM_UP = 4ULL << 30;
+constexpr uint64_t RAW_BYTES = 8ULL << 30;
+constexpr uint64_t RAW_PROBE_BYTES = 2ULL << 30;
+constexpr uint64_t BURST = 2 * MIB;
+constexpr uint64_t PART = 64 * 1024;
+constexpr uint64_t HEADER = 72;
+
+struct PathRound {
+    double bytesPerSecond = 0;
+    double daemonCpuPerGb = 0;
+    double hostCpuPerGb = 0;
+};
+
+std::string ManyDevices(int count, const std::string& keys) {
+    std::string devices = CounterDevice(keys);
+    for (int i = 1; i < count; ++i) {
+        devices += "," + CounterDevice(keys);
+    }
+    return devices;
+}
+
+// A stretch of a running channel.
+PathRound RunPathRound(BenchDaemon& daemon, BenchJob& job, double seconds) {
+    job.StartChannel();
+    (void)job.Sink().WaitForBytes(job.Sink().Bytes() + WARM_UP);
+    const uint64_t bytesBefore = job.Sink().Bytes();
+    const double daemonBefore = daemon.Cpu();
+    const double hostBefore = OwnCpu();
+    const Clock::time_point start = Clock::now();
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    const double took = SecondsSince(start);
+    const auto bytes = static_cast<double>(job.Sink().Bytes() - bytesBefore);
+    const double gigabytes = bytes / GB;
+    const PathRound round{bytes / took, (daemon.Cpu() - daemonBefore) / gigabytes,
+                          (OwnCpu() - hostBefore) / gigabytes};
+    job.StopChannel();
+    const uint64_t delivered = daemon.Delivered(0);
+    (void)job.Sink().WaitForBytes(delivered);
+    if (job.Sink().Bytes() != delivered) {
+        throw std::runtime_error("the host has more bytes than the driver handed out");
+    }
+    return round;
+}
+
+void RequireRightNumbers(BenchJob& job) {
+    const std::string error = job.Sink().CheckError();
+    if (!error.empty()) {
+        throw std::runtime_error("wrong numbers: " + error);
+    }
+}
+
+template <class Record, class Value>
+double MedianOf(const std::vector<Record>& records, Value value) {
+    std::vector<double> values;
+    for (const Record& record : records) {
+        values.push_back(value(record));
+    }
+    return Median(values);
+}
+
+struct PathPair {
+    PathRound path;
+    RawResult raw;
+};
+
+void PrintPath(const std::vector<PathPair>& rounds, size_t writeBytes) {
+    std::printf("whole path      %6.2f GB/s   daemon %.3f s/GB   host   %.3f s/GB\n",
+                MedianOf(rounds, [](const PathPair& r) { return r.path.bytesPerSecond / GB; }),
+                MedianOf(rounds, [](const PathPair& r) { return r.path.daemonCpuPerGb; }),
+                MedianOf(rounds, [](const PathPair& r) { return r.path.hostCpuPerGb; }));
+    std::printf(
+        "raw stream      %6.2f GB/s   sender %.3f s/GB   reader %.3f s/GB   %zu KiB writes\n",
+        MedianOf(rounds, [](const PathPair& r) { return r.raw.bytesPerSecond / GB; }),
+        MedianOf(rounds, [](const PathPair& r) { return r.raw.senderCpuPerGb; }),
+        MedianOf(rounds, [](const PathPair& r) { return r.raw.receiverCpuPerGb; }),
+        writeBytes >> 10);
+    std::printf("throughput, path / raw:      %.2f\n", MedianOf(rounds, [](const PathPair& r) {
+                    return r.path.bytesPerSecond / r.raw.bytesPerSecond;
+                }));
+    std::printf("CPU per GB, daemon / sender: %.2f\n", MedianOf(rounds, [](const PathPair& r) {
+                    return r.path.daemonCpuPerGb / r.raw.senderCpuPerGb;
+                }));
+}
+
+// Milliseconds from the start request of a channel that holds one burst to its chunk.
+double BurstLatency(BenchJob& job) {
+    const uint64_t before = job.Sink().Bytes();
+    const Clock::time_point start = Clock::now();
+    job.StartChannel();
+    const Clock::time_point arrived = job.Sink().WaitForBytes(before + BURST);
+    job.StopChannel();
+    return std::chrono::duration<double, std::milli>(arrived - start).count();
+}
+
+// Milliseconds from the stop request of a channel whose part-filled buffer has been read to the
+// chunk.
+double StopLatency(BenchJob& job) {
+    const uint64_t before = job.Sink().Bytes();
+    job.StartChannel();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the reader takes the part
+    const Clock::time_point stop = Clock::now();
+    job.StopChannel();
+    const Clock::time_point arrived = job.Sink().WaitForBytes(before + PART);
+    return std::chrono::duration<double, std::milli>(arrived - stop).count();
+}
+
+void MeasureLatencyWith(int busyDevices, uint64_t limit, const char* what,
+                        double (*latency)(BenchJob&), int times) {
+    std::string devices = CounterDevice(",\"limit_bytes\":" + std::to_string(limit - HEADER));
+    for (int i = 0; i < busyDevices; ++i) {
+        devices += "," + CounterDevice(R"(,"bytes_per_second":100000000,"burst_bytes":1000000)");
+    }
+    BenchDaemon daemon(devices, 1 + busyDevices);
+    ResultRing ring;
+    std::vector<std::unique_ptr<BenchJob>> busy;
+    for (int device = 1; device <= busyDevices; ++device) {
+        busy.push_back(std::make_unique<BenchJob>(daemon.Link(), device, nullptr));
+        busy.back()->OpenJob();
+        busy.back()->StartChannel();
+    }
+    BenchJob job(daemon.Link(), 0, &ring);
+    job.OpenJob();
+    (void)latency(job);
+    std::vector<double> values;
+    for (int i = 0; i < times; ++i) {
+        values.push_back(latency(job));
+    }
+    std::sort(values.begin(), values.end());
+    std::printf("%-34s %d other devices: median %6.2f ms   90%% %6.2f ms\n", what, busyDevices,
+                Median(values), values[values.size() * 9 / 10]);
+}
+
+struct ScaleResult {
+    double bytesPerSecond = 0;
+    double fairness = 0;  // least served channel by most served, when the first one is done
+    uint64_t threads = 0;
+    uint64_t peakKib = 0;
+};
+
+using BenchJobs = std::vector<std::unique_ptr<BenchJob>>;
+
+std::vector<uint64_t> BytesOf(const BenchJobs& jobs) {
+    std::vector<uint64_t> bytes;
+    for (const auto& job : jobs) {
+        bytes.push_back(job->Sink().Bytes());
+    }
+    return bytes;
+}
+
+// At once: a channel that starts late has less time than the others.
+void StartAll(const BenchJobs& jobs) {
+    std::vector<std::future<void>> starts;
+    for (const auto& job : jobs) {
+        starts.push_back(std::async(std::launch::async, [&job] { job->StartChannel(); }));
+    }
+    for (std::future<void>& start : starts) {
+        start.get();
+    }
+}
+
+// Least by most served from here on, until half of what is left has come or a channel is done.
+// Negative when one is done already.
+double LeastByMost(const BenchJobs& jobs, uint64_t limit) {
+    const std::vector<uint64_t> before = BytesOf(jobs);
+    const uint64_t had = std::accumulate(before.begin(), before.end(), uint64_t{0});
+    const uint64_t enough = (limit * jobs.size() - had) / 2;
+    if (*std::max_element(before.begin(), before.end()) >= limit) {
+        return -1;
+    }
+    while (true) {
+        std::vector<uint64_t> now = BytesOf(jobs);
+        const bool done = *std::max_element(now.begin(), now.end()) >= limit;
+        for (size_t i = 0; i < now.size(); ++i) {
+            now[i] -= before[i];
+        }
+        if (done || std::accumulate(now.begin(), now.end(), uint64_t{0}) >= enough) {
+            return static_cast<double>(*std::min_element(now.begin(), now.end())) /
+                   static_cast<double>(*std::max_element(now.begin(), now.end()));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+ScaleResult RunScale(int devices, uint64_t allBytes) {
+    const uint64_t limit = allBytes / static_cast<uint64_t>(devices) / (4 * MIB) * (4 * MIB);
+    BenchDaemon daemon(ManyDevices(devices, ",\"limit_bytes\":" + std::to_string(limit - HEADER)),
+                       devices);
+    BenchJobs jobs;
+    for (int device = 0; device < devices; ++device) {
+        jobs.push_back(std::make_unique<BenchJob>(daemon.Link(), device, nullptr));
+        jobs.back()->OpenJob();
+    }
+    const Clock::time_point start = Clock::now();
+    StartAll(jobs);
+    ScaleResult result;
+    result.fairness = LeastByMost(jobs, limit);
+    result.threads = StatusNumber(daemon.Pid(), "Threads");
+    // The last buffer may stay with its reader until the channel stops.
+    const uint64_t awaited = limit - 4 * MIB;
+    for (const auto& job : jobs) {
+        (void)job->Sink().WaitForBytes(awaited);
+    }
+    result.bytesPerSecond =
+        static_cast<double>(awaited) * static_cast<double>(devices) / SecondsSince(start);
+    result.peakKib = StatusNumber(daemon.Pid(), "VmHWM");
+    for (const auto& job : jobs) {
+        job->StopChannel();
+    }
+    return result;
+}
+
+}  // namespace
+
+void MeasurePath(const PathOptions& options) {
+    ResultRing ring;
+    const size_t writeBytes = FastestWriteSize(RAW_PROBE_BYTES, &ring);
+    BenchDaemon daemon(CounterDevice(), 1);
+    BenchJob job(daemon.Link(), 0, &ring);
+    job.OpenJob();
+    job.Sink().SetChecking(true);
+    (void)RunPathRound(daemon, job, options.seconds);  // warms up and proves the numbers
+    RequireRightNumbers(job);
+    job.Sink().SetChecking(options.checkAll);
+    std::vector<PathPair> rounds;
+    for (int i = 0; i < options.rounds; ++i) {
+        PathPair pair;
+        pair.path = RunPathRound(daemon, job, options.seconds);
+        pair.raw = RunRawStream(RAW_BYTES, writeBytes, &ring);
+        rounds.push_back(pair);
+        std::printf("round %d: path %.2f GB/s, raw %.2f GB/s\n", i + 1,
+                    pair.path.bytesPerSecond / GB, pair.raw.bytesPerSecond / GB);
+        (void)std::fflush(stdout);
+    }
+    job.EndJob();
+    RequireRightNumbers(job);
+    PrintPath(rounds, writeBytes);
+    std::printf("peak memory of the daemon: %lu MiB\n",
+                static_cast<unsigned long>(StatusNumber(daemon.Pid(), "VmHWM") / 1024));
+}
+
+void MeasureLatency(const PathOptions& options) {
+    for (const int others : {0, 7}) {
+        MeasureLatencyWith(others, BURST, "start request to 2 MiB burst,", BurstLatency,
+                           options.bursts);
+        MeasureLatencyWith(others, PART, "stop request to 64 KiB,", StopLatency, options.bursts);
+    }
+}
+
+void MeasureScale(const PathOptions& options) {
+    (void)RunScale(1, options.scaleBytes);  // warms up
+    double one = 0;
+    for (const int devices : {1, 8, 32, 64}) {
+        std::vector<ScaleResult> results;
+        for (int i = 0; i < options.rounds; ++i) {
+            results.push_back(RunScale(devices, options.scaleBytes));
+        }
+        const double rate =
+            MedianOf(results, [](const ScaleResult& r) { return r.bytesPerSecond; });
+        one = devices == 1 ? rate : one;
+        std::printf(
+            "%2d devices: %6.2f GB/s (%.2f of one)   least/most served %.2f   %lu threads   "
+            "peak %lu MiB\n",
+            devices, rate / GB, rate / one,
+            MedianOf(results, [](const ScaleResult& r) { return r.fairness; }),
+            static_cast<unsigned long>(results.back().threads),
+            static_cast<unsigned long>(results.back().peakKib / 1024));
+        (void)std::fflush(stdout);
+    }
+}
+
+}  // namespace tiv::bench

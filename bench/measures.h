@@ -1,0 +1,26 @@
+// The measures that need a whole daemon.
+#pragma once
+
+#include <cstdint>
+
+namespace tiv::bench {
+
+struct PathOptions {
+    int rounds = 5;
+    double seconds = 2;                // of each round of the path
+    bool checkAll = false;             // check the numbers in timed rounds, too
+    uint64_t scaleBytes = 6ULL << 30;  // of all devices together
+    int bursts = 30;                   // of the latency measure
+};
+
+// Throughput and processor time of the path, against a raw stream into the same file. Throws
+// std::runtime_error when bytes are wrong or missing.
+void MeasurePath(const PathOptions& options);
+
+// From the request that starts or stops a channel to its chunk at the host.
+void MeasureLatency(const PathOptions& options);
+
+// 1, 8, 32 and 64 devices with one channel each.
+void MeasureScale(const PathOptions& options);
+
+}  // namespace tiv::bench
