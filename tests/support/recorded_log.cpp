@@ -99,6 +99,17 @@ std::vector<std::string> RecordedLog::Texts(char level) const {
     return texts;
 }
 
+std::vector<std::string> RecordedLog::OwnTexts(char level) const {
+    MutexLock lock(mutex_);
+    std::vector<std::string> texts;
+    for (const LogLine& line : lines_) {
+        if (line.level == level && line.threadId == std::this_thread::get_id()) {
+            texts.push_back(line.text);
+        }
+    }
+    return texts;
+}
+
 std::vector<LogLine> RecordedLog::Lines() const {
     MutexLock lock(mutex_);
     return lines_;
@@ -135,6 +146,7 @@ void RecordedLog::Write(char level, int32_t moduleId, std::string raw) {
     line.level = level;
     line.moduleId = moduleId;
     line.thread = ThreadName();
+    line.threadId = std::this_thread::get_id();
     MutexLock lock(mutex_);
     lines_.push_back(std::move(line));
     written_.NotifyAll();

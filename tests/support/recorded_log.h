@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/log_api.h"
@@ -17,6 +18,7 @@ struct LogLine {
     std::string file;    // of the prefix; empty when the message has no prefix
     int line = 0;        // of the prefix
     std::string thread;  // name of the writing thread
+    std::thread::id threadId;
     std::string raw;     // as it was written
     int32_t moduleId = 0;
 };
@@ -41,6 +43,8 @@ class RecordedLog {
     size_t CountOf(char level) const EXCLUDES(mutex_);
     // Texts of one level in the order written.
     std::vector<std::string> Texts(char level) const EXCLUDES(mutex_);
+    // Those that the calling thread wrote: what others say in the background doesn't count.
+    std::vector<std::string> OwnTexts(char level) const EXCLUDES(mutex_);
     std::vector<LogLine> Lines() const EXCLUDES(mutex_);
     // False when the exact text has not been written within ten seconds.
     bool WaitFor(char level, const std::string& text) EXCLUDES(mutex_);
