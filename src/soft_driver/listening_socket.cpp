@@ -43,6 +43,12 @@ bool SomebodyListens(const sockaddr_un& address) {
     return result == 0 || errno != ECONNREFUSED;
 }
 
+// Only a socket that nobody serves is swept away: what else stands at the path is somebody's.
+bool IsSocket(const char* path) {
+    struct stat status {};
+    return lstat(path, &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
 bool Bind(int fd, const sockaddr_un& address) {
     const auto* plain = reinterpret_cast<const sockaddr*>(&address);
     (void)fchmod(fd, 0600);  // nobody else gets in before the group is right
@@ -52,7 +58,7 @@ bool Bind(int fd, const sockaddr_un& address) {
     if (errno != EADDRINUSE) {
         return false;
     }
-    if (SomebodyListens(address)) {
+    if (!IsSocket(address.sun_path) || SomebodyListens(address)) {
         errno = EADDRINUSE;
         return false;
     }

@@ -1,6 +1,7 @@
 // Which open channels hold data, and how much.
 #include "soft_driver/ready_set.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tiv::soft_driver {
@@ -17,6 +18,9 @@ ReadySet::EntryPtr ReadySet::Open(ProfPollPair id, uint64_t holdBack) {
 void ReadySet::Close(const EntryPtr& entry) {
     MutexLock lock(mutex_);
     entry->isOpen = false;
+    if (std::exchange(entry->isQueued, false)) {
+        queue_.erase(std::find(queue_.begin(), queue_.end(), entry));
+    }
     --openCount_;
     entry->room.NotifyAll();
     entry->closed.NotifyAll();
@@ -100,7 +104,6 @@ int32_t ReadySet::Poll(ProfPollPair* out, int32_t count, std::chrono::seconds ti
     MutexLock lock(mutex_);
     for (;;) {
         if (openCount_ == 0) {
-            queue_.clear();
             return PROF_STOPPED_ALREADY;
         }
         const int32_t found = Collect(out, count);
@@ -113,14 +116,14 @@ int32_t ReadySet::Poll(ProfPollPair* out, int32_t count, std::chrono::seconds ti
     }
 }
 
-// Channels that were emptied or closed since they were queued are left out.
+// Channels that were emptied since they were queued are left out.
 int32_t ReadySet::Collect(ProfPollPair* out, int32_t count) {
     int32_t found = 0;
     while (found < count && !queue_.empty()) {
         const EntryPtr entry = std::move(queue_.front());
         queue_.pop_front();
         entry->isQueued = false;
-        if (entry->isOpen && entry->readable > 0) {
+        if (entry->readable > 0) {
             out[found++] = entry->id;
         }
     }

@@ -87,6 +87,16 @@ TEST_F(Rendezvous, LiveServerOfThisProcessIsNotReplaced) {
     EXPECT_EQ(0, drvHdcSessionConnect(0, 0, client_, &host_));
 }
 
+TEST_F(Rendezvous, FileThatIsNoSocketIsNotReplaced) {
+    ASSERT_EQ(0, mkdir(Runtime().c_str(), 0700));
+    (void)directory_.Write("run/hdc_0_4.sock", "somebody's notes");
+
+    EXPECT_EQ(-1, drvHdcServerCreate(0, SERVICE, &server_));
+
+    EXPECT_EQ(EADDRINUSE, errno);
+    EXPECT_EQ("somebody's notes", directory_.Read("run/hdc_0_4.sock"));
+}
+
 TEST_F(Rendezvous, LiveServerOfAnotherProcessIsNotReplaced) {
     ASSERT_EQ(0, drvHdcServerCreate(0, SERVICE, &server_));
 

@@ -271,6 +271,23 @@ std::string Drain(ReadySet& ready, const ReadySet::EntryPtr& entry, ChannelRing&
     return out;
 }
 
+TEST_F(Sources, ClosedChannelIsLetGoWhileOthersAreOpen) {
+    ReadySet ready;
+    ReadySet::EntryPtr closed = ready.Open({0, 8}, 0);
+    const std::weak_ptr<ReadySet::Entry> watch = closed;
+    const ReadySet::EntryPtr other = ready.Open({1, 8}, 0);
+    ready.Add(closed, 5);
+    ready.Add(other, 5);
+
+    ready.Close(closed);
+    closed.reset();
+
+    EXPECT_TRUE(watch.expired());
+    ProfPollPair pairs[2] = {};
+    ASSERT_EQ(1, ready.Poll(pairs, 2, std::chrono::seconds(50)));
+    EXPECT_EQ(1u, pairs[0].devId);
+}
+
 TEST_F(Sources, FullRingOfPerfIsToldInARecordAndInTheLog) {
     NEEDS_COUNTERS();
     ChannelSettings settings;
