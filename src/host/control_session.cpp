@@ -145,6 +145,11 @@ Reply ControlSession::WaitForReply(std::chrono::milliseconds timeout) {
                         std::chrono::duration_cast<std::chrono::seconds>(timeout).count())};
 }
 
+bool ControlSession::Answered() {
+    MutexLock lock(mutex_);
+    return !replies_.empty();
+}
+
 bool ControlSession::Closed() {
     MutexLock lock(mutex_);
     return closed_ && replies_.empty();

@@ -46,6 +46,9 @@ class ControlSession {
     // Waits for the next answer.
     [[nodiscard]] Reply WaitForReply(std::chrono::milliseconds timeout);
 
+    // True when an answer is there: WaitForReply gives it at once.
+    [[nodiscard]] bool Answered();
+
     // True when the far end has closed the session.
     [[nodiscard]] bool Closed();
 

@@ -10,6 +10,7 @@ namespace {
 constexpr std::chrono::milliseconds DRAIN_SLICE{100};
 constexpr std::chrono::seconds DRAIN_PATIENCE{60};
 constexpr std::chrono::seconds STOP_REPLY_TIMEOUT{30};
+constexpr std::chrono::seconds REFUSED_PATIENCE{2};
 
 }  // namespace
 
@@ -68,6 +69,11 @@ bool DeviceRun::Stop() {
     return true;
 }
 
+bool DeviceRun::TakeStopAnswer() {
+    stopAccepted_ = stopAccepted_ || Check(control_->WaitForReply(STOP_REPLY_TIMEOUT));
+    return stopAccepted_;
+}
+
 void DeviceRun::NoteDataFailure() {
     const std::string writing = files_.Error();
     failure_ = writing.empty() ? data_->Failure() : writing;
@@ -79,9 +85,13 @@ DeviceRun::DrainStep DeviceRun::DrainOnce() {
         NoteDataFailure();
         return DrainStep::FAILED;
     }
+    // A device that refuses to stop the job will send no finish either.
+    if ((state == DataSession::State::COMPLETE || control_->Answered()) && !TakeStopAnswer()) {
+        (void)data_->WaitForEnd(REFUSED_PATIENCE);  // for what is still under way
+        return DrainStep::FAILED;
+    }
     if (state == DataSession::State::COMPLETE) {
-        return Check(control_->WaitForReply(STOP_REPLY_TIMEOUT)) ? DrainStep::DONE
-                                                                 : DrainStep::FAILED;
+        return DrainStep::DONE;
     }
     const auto now = std::chrono::steady_clock::now();
     if (data_->Bytes() != drainedBytes_) {

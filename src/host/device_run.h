@@ -57,6 +57,7 @@ class DeviceRun {
     enum class DrainStep { GO_ON, DONE, FAILED };
     bool Check(const Reply& reply);
     DrainStep DrainOnce();
+    bool TakeStopAnswer();
     void NoteDataFailure();
 
     DeviceLink& link_;
@@ -67,6 +68,7 @@ class DeviceRun {
     std::unique_ptr<DataSession> data_;
     std::unique_ptr<ControlSession> control_;
     std::string failure_;
+    bool stopAccepted_ = false;
     uint64_t drainedBytes_ = 0;
     std::chrono::steady_clock::time_point lastProgress_;
 };

@@ -182,6 +182,19 @@ TEST_F(TivctlTest, FinishWithoutAnAcceptedStopIsNotComplete) {
     EXPECT_EQ("device 0: job stop refused: no", Manifest()["devices"][0]["failure"]);
 }
 
+TEST_F(TivctlTest, RefusedStopEndsTheDrainWithoutAFinish) {
+    Listen(0);
+    Collect({"--duration", "0s"});
+    Begin();
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->ReadAndAnswer(1, "no such job"));
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    EXPECT_EQ(false, Manifest()["devices"][0]["finishArrived"]);
+    EXPECT_EQ("device 0: job stop refused: no such job", Manifest()["devices"][0]["failure"]);
+}
+
 TEST_F(TivctlTest, DataSessionThatEndsInTheMiddleIsIncompleteAndKeepsTheData) {
     Listen(0);
     Collect({"--duration", "1h"});
