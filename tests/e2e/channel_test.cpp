@@ -27,16 +27,22 @@ constexpr uint64_t HEADER = 72;
 constexpr uint64_t BESIDE_THE_QUEUE = 96 * MIB;
 constexpr int EXIT_INCOMPLETE = 4;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#elif defined(__has_feature)
-constexpr bool SANITIZED = __has_feature(thread_sanitizer);
+// The sanitizers of this build. The thread sanitizer is clang's.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool ADDRESS_SANITIZER = true;
 #else
-constexpr bool SANITIZED = false;
+constexpr bool ADDRESS_SANITIZER = false;
 #endif
-// A sanitizer keeps memory and uses time of its own.
-#define SKIP_WITH_A_SANITIZER() \
-    if (SANITIZED) GTEST_SKIP() << "memory and CPU time are not the daemon's own with a sanitizer"
+#if defined(__has_feature)
+constexpr bool THREAD_SANITIZER = __has_feature(thread_sanitizer);
+#else
+constexpr bool THREAD_SANITIZER = false;
+#endif
+#define SKIP_WITH_A_SANITIZER()                \
+    if (ADDRESS_SANITIZER || THREAD_SANITIZER) \
+    GTEST_SKIP() << "memory is not the daemon's own with a sanitizer"
+#define SKIP_WITH_THE_THREAD_SANITIZER() \
+    if (THREAD_SANITIZER) GTEST_SKIP() << "the thread sanitizer uses CPU time of its own"
 
 class ChannelPath : public DaemonTest {
  protected:
@@ -270,7 +276,7 @@ TEST_F(ChannelStall, FillsTheQueuesToTheirBoundAndEverythingArrivesBehindIt) {
 }
 
 TEST_F(ChannelStall, NoThreadOfTheDaemonSpins) {
-    SKIP_WITH_A_SANITIZER();
+    SKIP_WITH_THE_THREAD_SANITIZER();
     ConfigureDriver(CounterConfig(1));
     StartDaemon();
     const auto job = StalledJob();
@@ -323,7 +329,7 @@ TEST_F(ChannelStall, BeyondTheLimitEndsTheSessionWithoutAFinish) {
 }
 
 TEST_F(ChannelStall, StopOfAStalledJobHoldsOthersUpNoLongerThanTheLimit) {
-    SKIP_WITH_A_SANITIZER();
+    SKIP_WITH_THE_THREAD_SANITIZER();
     ConfigureDriver(CounterConfig(2, "", R"(,"stall_limit_ms":4000)"));
     StartDaemon(2);
     const auto stalled = StalledJob();
