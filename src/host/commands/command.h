@@ -1,0 +1,34 @@
+// The subcommands of tivctl.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+namespace CLI {
+class App;
+}  // namespace CLI
+
+namespace tiv::host {
+
+// One subcommand: what it is called, what options it takes, and what it does. Declare is called
+// once, before the command line is read; Run at most once, when the command line asks for it.
+class Command {
+ public:
+    Command() = default;
+    virtual ~Command() = default;
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    // Adds the subcommand and its options, which write into this object. Returns it; `app` owns it.
+    virtual CLI::App* Declare(CLI::App& app) = 0;
+    // Does the work and returns the exit code. Says what went wrong itself.
+    [[nodiscard]] virtual int Run() = 0;
+};
+
+// All of them, in the order of the help text. A command lies in a file of its own, which ends with
+// its Make function; the table in command_table.cpp holds a line for each.
+[[nodiscard]] std::vector<std::unique_ptr<Command>> MakeCommands();
+
+std::unique_ptr<Command> MakeCollectCommand();
+
+}  // namespace tiv::host
