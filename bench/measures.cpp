@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bench/daemon_bench.h"
+#include "bench/grpc_stream.h"
 #include "bench/raw_stream.h"
 
 namespace tiv::bench {
@@ -19,6 +20,7 @@ namespace {
 
 constexpr uint64_t WARM_UP = 4ULL << 30;
 constexpr uint64_t RAW_BYTES = 8ULL << 30;
+constexpr uint64_t GRPC_BYTES = 4ULL << 30;
 constexpr uint64_t RAW_PROBE_BYTES = 2ULL << 30;
 constexpr uint64_t BURST = 2 * MIB;
 constexpr uint64_t PART = 64 * 1024;
@@ -80,6 +82,7 @@ double MedianOf(const std::vector<Record>& records, Value value) {
 struct PathPair {
     PathRound path;
     RawResult raw;
+    GrpcResult grpc;  // zeros without the anchor
 };
 
 void PrintPath(const std::vector<PathPair>& rounds, size_t writeBytes) {
@@ -98,6 +101,16 @@ void PrintPath(const std::vector<PathPair>& rounds, size_t writeBytes) {
                 }));
     std::printf("CPU per GB, daemon / sender: %.2f\n", MedianOf(rounds, [](const PathPair& r) {
                     return r.path.daemonCpuPerGb / r.raw.senderCpuPerGb;
+                }));
+}
+
+void PrintGrpc(const std::vector<PathPair>& rounds) {
+    std::printf("gRPC stream     %6.2f GB/s   sender %.3f s/GB   reader %.3f s/GB\n",
+                MedianOf(rounds, [](const PathPair& r) { return r.grpc.bytesPerSecond / GB; }),
+                MedianOf(rounds, [](const PathPair& r) { return r.grpc.senderCpuPerGb; }),
+                MedianOf(rounds, [](const PathPair& r) { return r.grpc.receiverCpuPerGb; }));
+    std::printf("throughput, path / gRPC:     %.2f\n", MedianOf(rounds, [](const PathPair& r) {
+                    return r.path.bytesPerSecond / r.grpc.bytesPerSecond;
                 }));
 }
 
@@ -245,14 +258,21 @@ void MeasurePath(const PathOptions& options) {
         PathPair pair;
         pair.path = RunPathRound(daemon, job, options.seconds);
         pair.raw = RunRawStream(RAW_BYTES, writeBytes, &ring);
+        if (HasGrpcAnchor()) {
+            pair.grpc = RunGrpcStream(GRPC_BYTES);
+        }
         rounds.push_back(pair);
-        std::printf("round %d: path %.2f GB/s, raw %.2f GB/s\n", i + 1,
-                    pair.path.bytesPerSecond / GB, pair.raw.bytesPerSecond / GB);
+        std::printf("round %d: path %.2f GB/s, raw %.2f GB/s, gRPC %.2f GB/s\n", i + 1,
+                    pair.path.bytesPerSecond / GB, pair.raw.bytesPerSecond / GB,
+                    pair.grpc.bytesPerSecond / GB);
         (void)std::fflush(stdout);
     }
     job.EndJob();
     RequireRightNumbers(job);
     PrintPath(rounds, writeBytes);
+    if (HasGrpcAnchor()) {
+        PrintGrpc(rounds);
+    }
     std::printf("peak memory of the daemon: %lu MiB\n",
                 static_cast<unsigned long>(StatusNumber(daemon.Pid(), "VmHWM") / 1024));
 }
