@@ -16,7 +16,13 @@ using tiv::test::FakeDriver;
 using tiv::test::RecordedLog;
 using Zelnarer::Parser::JsonParser;
 
-DrvChannelsMgr& Mgr() { return DrvChannelsMgr::Instance(); }
+// A table of the test's own in place of the process-wide one.
+class OwnChannelsMgr : public DrvChannelsMgr {};
+
+class ChannelsMgr : public testing::Test {
+ protected:
+    OwnChannelsMgr mgr;
+};
 
 FakeDriver& Driver() { return FakeDriver::Instance(); }
 
@@ -30,96 +36,96 @@ void SwitchOff(const std::string& channelSwitch) {
     remove(path.c_str());
 }
 
-TEST(DrvChannelsMgr, BeforeTheFirstQueryNoChannelIsValid) {
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+TEST_F(ChannelsMgr, BeforeTheFirstQueryNoChannelIsValid) {
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 8));
 
     EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:0"));
 }
 
-TEST(DrvChannelsMgr, ListedChannelIsValid) {
-    EXPECT_EQ(Mgr().GetAllChannels(2), 0);
+TEST_F(ChannelsMgr, ListedChannelIsValid) {
+    EXPECT_EQ(mgr.GetAllChannels(2), 0);
 
-    EXPECT_TRUE(Mgr().ChannelIsValid(2, 8));
+    EXPECT_TRUE(mgr.ChannelIsValid(2, 8));
 
     EXPECT_TRUE(Log().Has('I', "Begin to GetAllChannels, devIndexId 2"));
     EXPECT_TRUE(Log().Has('I', "GetAllChannels, devId:2"));
     EXPECT_TRUE(Log().Has('I', "ChannelIsValid find channel map, devId:2, channelId:8"));
 }
 
-TEST(DrvChannelsMgr, ListsAreKeptPerDevice) {
-    EXPECT_EQ(Mgr().GetAllChannels(2), 0);
+TEST_F(ChannelsMgr, ListsAreKeptPerDevice) {
+    EXPECT_EQ(mgr.GetAllChannels(2), 0);
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(3, 8));
+    EXPECT_FALSE(mgr.ChannelIsValid(3, 8));
 
     EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:3"));
 }
 
-TEST(DrvChannelsMgr, ChannelInNeitherSourceIsNotValid) {
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+TEST_F(ChannelsMgr, ChannelInNeitherSourceIsNotValid) {
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 9));
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 9));
 
     EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devid:0"));
 }
 
-TEST(DrvChannelsMgr, ListedChannelSwitchedOffIsNotValid) {
+TEST_F(ChannelsMgr, ListedChannelSwitchedOffIsNotValid) {
     SwitchOff("prof_switch");
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 8));
 
     EXPECT_TRUE(Log().Has('I', "devId:0, channelId:8 in Json file is configured to off"));
 }
 
-TEST(DrvChannelsMgr, ReporterSwitchDoesNotCount) {
+TEST_F(ChannelsMgr, ReporterSwitchDoesNotCount) {
     SwitchOff("reporter_switch");
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
 
-    EXPECT_TRUE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_TRUE(mgr.ChannelIsValid(0, 8));
 }
 
-TEST(DrvChannelsMgr, MissingListIsTheFirstReason) {
+TEST_F(ChannelsMgr, MissingListIsTheFirstReason) {
     SwitchOff("prof_switch");
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 8));
 
     EXPECT_TRUE(Log().Has('I', "ChannelIsValid not find channel map, devId:0"));
     EXPECT_FALSE(Log().Contains('I', "configured to off"));
 }
 
-TEST(DrvChannelsMgr, SwitchIsAskedBeforeTheList) {
+TEST_F(ChannelsMgr, SwitchIsAskedBeforeTheList) {
     SwitchOff("prof_switch");
     Driver().SetChannels(0, {1});
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 8));
 
     EXPECT_TRUE(Log().Has('I', "devId:0, channelId:8 in Json file is configured to off"));
     EXPECT_FALSE(Log().Has('I', "ChannelIsValid not find channel map, devid:0"));
 }
 
-TEST(DrvChannelsMgr, FailedSecondQueryKeepsTheFirstList) {
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+TEST_F(ChannelsMgr, FailedSecondQueryKeepsTheFirstList) {
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
     Driver().calls.Return("prof_drv_get_channels", 1);
 
-    EXPECT_EQ(Mgr().GetAllChannels(0), -1);
+    EXPECT_EQ(mgr.GetAllChannels(0), -1);
 
     EXPECT_TRUE(Log().Has('E', "DrvGetChannels failed, devId:0"));
-    EXPECT_TRUE(Mgr().ChannelIsValid(0, 8));
+    EXPECT_TRUE(mgr.ChannelIsValid(0, 8));
 }
 
-TEST(DrvChannelsMgr, SecondQueryReplacesTheList) {
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+TEST_F(ChannelsMgr, SecondQueryReplacesTheList) {
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
     Driver().SetChannels(0, {9});
 
-    EXPECT_EQ(Mgr().GetAllChannels(0), 0);
+    EXPECT_EQ(mgr.GetAllChannels(0), 0);
 
-    EXPECT_FALSE(Mgr().ChannelIsValid(0, 8));
-    EXPECT_TRUE(Mgr().ChannelIsValid(0, 9));
+    EXPECT_FALSE(mgr.ChannelIsValid(0, 8));
+    EXPECT_TRUE(mgr.ChannelIsValid(0, 9));
 }
 
-TEST(DrvChannelsMgr, NegativeDeviceFails) {
-    EXPECT_EQ(Mgr().GetAllChannels(-1), -1);
+TEST_F(ChannelsMgr, NegativeDeviceFails) {
+    EXPECT_EQ(mgr.GetAllChannels(-1), -1);
 
     EXPECT_TRUE(Log().Has('E', "DrvGetChannels failed, devId:-1"));
 }

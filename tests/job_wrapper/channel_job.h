@@ -6,17 +6,18 @@
 #include <string>
 #include <vector>
 
+#include "config/config_manager.h"
 #include "config/json_parser.h"
 #include "driver/drv_channels_mgr.h"
 #include "job_wrapper/prof_channel_manager.h"
 #include "job_wrapper/sample_job.h"
-#include "support/fake_driver.h"
 #include "support/temp_dir.h"
 #include "transport/uploader_mgr.h"
 
 namespace tiv::test {
 
-// Device 1 with every channel that a job class knows, and a running poller.
+// Device 1 with every channel that a job class knows, and a running poller. The chip is the one of
+// the fresh driver and the report configuration is empty.
 class ChannelJobTest : private FreshDoubles, public ::testing::Test {
  protected:
     using CollectionJobCfg = Analysis::Rokt::JobWrapper::CollectionJobCfg;
@@ -24,6 +25,8 @@ class ChannelJobTest : private FreshDoubles, public ::testing::Test {
     using ProfChannelManager = Analysis::Rokt::JobWrapper::ProfChannelManager;
 
     ChannelJobTest() {
+        Zelnarer::Parser::JsonParser::Instance().Uninit();
+        ReadChip();
         UseChannels({1, 7, 8, 130, 131, 142});
         params->job_id = "job7";
         common->devId = 1;
@@ -43,6 +46,11 @@ class ChannelJobTest : private FreshDoubles, public ::testing::Test {
     static void UseChannels(const std::vector<uint32_t>& ids) {
         FakeDriver::Instance().SetChannels(1, ids);
         EXPECT_EQ(analysis::rokt::driver::DrvChannelsMgr::Instance().GetAllChannels(1), 0);
+    }
+    static void ReadChip() {
+        auto& config = Analysis::Rokt::Common::Config::ConfigManager::Instance();
+        config.Uninit();
+        config.Init();
     }
     void Configure(const std::string& channel) {
         const std::string path =

@@ -5,9 +5,7 @@
 
 #include <thread>
 
-#include "support/failing_new.h"
-#include "support/fake_driver.h"
-#include "support/recorded_log.h"
+#include "support/fresh_doubles.h"
 #include "transport/channel_poll.h"
 #include "transport/prof_channel.h"
 
@@ -19,7 +17,7 @@ using tiv::test::FailingNew;
 using tiv::test::FakeDriver;
 using tiv::test::RecordedLog;
 
-class ProfChannelManagerTest : public testing::Test {
+class ProfChannelManagerTest : private tiv::test::FreshDoubles, public testing::Test {
  protected:
     ~ProfChannelManagerTest() override { Manager().UnInit(true); }
 

@@ -1,7 +1,6 @@
 // Tests of the jobs over memory hardware: when they run, and the records that they pack.
 #include "job_wrapper/prof_hardware_mem_job.h"
 
-#include "config/config_manager.h"
 #include "job_wrapper/channel_job.h"
 #include "job_wrapper/collection_register.h"
 #include "support/failing_malloc.h"
@@ -9,7 +8,6 @@
 namespace Analysis::Rokt::JobWrapper {
 namespace {
 
-using Common::Config::ConfigManager;
 using tiv::test::FailingMalloc;
 using tiv::test::FakeDriver;
 using Texts = std::vector<std::string>;
@@ -168,10 +166,36 @@ TEST_F(HardwareMemInit, HostSideRunDeclinesWithoutALine) {
     EXPECT_TRUE(log.OwnTexts('I').empty());
 }
 
+TEST_F(HardwareMemInit, JobThatIsSwitchedOffKeepsTheConfiguration) {
+    params->ddr_profiling = "off";
+    params->memProfiling = "off";
+    ProfDdrJob ddr;
+    ProfDevMemJob memory;
+    EXPECT_EQ(ddr.Init(cfg), -1);
+    EXPECT_EQ(memory.Init(cfg), -1);
+
+    EXPECT_EQ(ddr.Process(), 0);
+    EXPECT_EQ(memory.Process(), 0);
+
+    EXPECT_EQ(driver.Starts().size(), 2U);
+}
+
+TEST_F(HardwareMemInit, HostSideRunKeepsNoConfiguration) {
+    params->hostProfiling = true;
+    ProfLlcJob llc;
+    ProfAppMemJob memory;
+    EXPECT_EQ(llc.Init(cfg), -1);
+    EXPECT_EQ(memory.Init(cfg), -1);
+
+    EXPECT_EQ(llc.Process(), -1);
+    EXPECT_EQ(memory.Process(), -1);
+
+    EXPECT_EQ(log.Count('I', "Job check comm param failed"), 2U);
+}
+
 TEST_F(HardwareMemInit, PlatformType0LeavesTheCacheToTheScript) {
     driver.SetDeviceInfo(0, 1, 0);
-    ConfigManager::Instance().Uninit();
-    ConfigManager::Instance().Init();
+    ReadChip();
     params->zelnar_llc_profiling = "off";
 
     EXPECT_EQ(InitOf<ProfLlcJob>(), -1);

@@ -9,8 +9,7 @@
 #include "job_wrapper/collection_job.h"
 #include "message/job_context.h"
 #include "message/prof_params.h"
-#include "support/fake_mm.h"
-#include "support/recorded_log.h"
+#include "support/fresh_doubles.h"
 
 namespace tiv::test {
 
@@ -24,15 +23,6 @@ inline std::shared_ptr<analysis::rokt::message::JobContext> MakeJobContext() {
     context->tag = "null";
     return context;
 }
-
-// Doubles as they are at the start of a program. A fixture has it in front of all that starts
-// threads.
-struct FreshDoubles {
-    FreshDoubles() {
-        FakeMm::Instance().Reset();
-        RecordedLog::Instance().Clear();
-    }
-};
 
 // Starts each test with an empty log, a clock of its own and a collector.
 class SampleTest : private FreshDoubles, public ::testing::Test {

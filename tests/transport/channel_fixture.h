@@ -10,9 +10,7 @@
 #include <vector>
 
 #include "config/json_parser.h"
-#include "support/fake_driver.h"
-#include "support/fake_mm.h"
-#include "support/recorded_log.h"
+#include "support/fresh_doubles.h"
 #include "transport/prof_channel.h"
 #include "transport/recording_transport.h"
 #include "transport/uploader_mgr.h"
@@ -24,14 +22,16 @@ constexpr uint32_t DEVICE = 2;
 constexpr uint32_t CHANNEL = 8;
 
 // The job "job1" of host device 3, collecting device 2. A scripted read gives a length without
-// writing data, and after the script the channel is empty.
-class ChannelFixture : public testing::Test {
+// writing data, and after the script the channel is empty. The report
+// configuration is empty.
+class ChannelFixture : private FreshDoubles, public testing::Test {
  protected:
     using ChannelReader = analysis::rokt::transport::ChannelReader;
 
     explicit ChannelFixture(bool withData = true)
         : link(std::make_shared<RecordingTransport>(withData)),
           jobCtx(std::make_shared<analysis::rokt::message::JobContext>()) {
+        Zelnarer::Parser::JsonParser::Instance().Uninit();
         jobCtx->job_id = "job1";
         jobCtx->dev_id = "3";
         EXPECT_EQ(

@@ -8,7 +8,27 @@ namespace {
 
 ProfChannelBuffers& Buffers() { return ProfChannelBuffers::Instance(); }
 
-TEST(ProfChannelBuffers, ChunkHasRoomForOneBufferAndDefaultFields) {
+// Readers that a test attaches leave with it.
+class ChannelBuffers : public testing::Test {
+ protected:
+    ~ChannelBuffers() override {
+        for (; readers > 0; --readers) {
+            Buffers().Detach();
+        }
+    }
+    void Attach() {
+        Buffers().Attach();
+        ++readers;
+    }
+    void Detach() {
+        Buffers().Detach();
+        --readers;
+    }
+
+    int readers = 0;
+};
+
+TEST_F(ChannelBuffers, ChunkHasRoomForOneBufferAndDefaultFields) {
     const auto chunk = Buffers().MakeChunk();
 
     EXPECT_GE(chunk->chunk.capacity(), CHANNEL_BUFFER_SIZE);
@@ -17,8 +37,8 @@ TEST(ProfChannelBuffers, ChunkHasRoomForOneBufferAndDefaultFields) {
     EXPECT_FALSE(chunk->isLastChunk);
 }
 
-TEST(ProfChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
-    Buffers().Attach();
+TEST_F(ChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
+    Attach();
     auto chunk = Buffers().MakeChunk();
     const char* room = chunk->chunk.data();
 
@@ -28,23 +48,23 @@ TEST(ProfChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
     EXPECT_EQ(Buffers().MakeChunk()->chunk.data(), room);
 }
 
-TEST(ProfChannelBuffers, RoomIsFreedWithoutReaders) {
+TEST_F(ChannelBuffers, RoomIsFreedWithoutReaders) {
     Buffers().MakeChunk().reset();
 
     EXPECT_EQ(Buffers().IdleCount(), 0U);
 }
 
-TEST(ProfChannelBuffers, LastReaderTakesTheRoomAlong) {
-    Buffers().Attach();
+TEST_F(ChannelBuffers, LastReaderTakesTheRoomAlong) {
+    Attach();
     Buffers().MakeChunk().reset();
 
-    Buffers().Detach();
+    Detach();
 
     EXPECT_EQ(Buffers().IdleCount(), 0U);
 }
 
-TEST(ProfChannelBuffers, KeepsFourBuffersForEachReader) {
-    Buffers().Attach();
+TEST_F(ChannelBuffers, KeepsFourBuffersForEachReader) {
+    Attach();
     std::vector<std::shared_ptr<ProfileFileChunk>> chunks = {
         Buffers().MakeChunk(), Buffers().MakeChunk(), Buffers().MakeChunk(), Buffers().MakeChunk(),
         Buffers().MakeChunk()};
@@ -54,10 +74,10 @@ TEST(ProfChannelBuffers, KeepsFourBuffersForEachReader) {
     EXPECT_EQ(Buffers().IdleCount(), 4U);
 }
 
-TEST(ProfChannelBuffers, KeepsAtMost32Buffers) {
+TEST_F(ChannelBuffers, KeepsAtMost32Buffers) {
     std::vector<std::shared_ptr<ProfileFileChunk>> chunks;
     for (int i = 0; i < 33; ++i) {
-        Buffers().Attach();
+        Attach();
         chunks.push_back(Buffers().MakeChunk());
     }
 
@@ -66,8 +86,8 @@ TEST(ProfChannelBuffers, KeepsAtMost32Buffers) {
     EXPECT_EQ(Buffers().IdleCount(), 32U);
 }
 
-TEST(ProfChannelBuffers, RoomThatWasTakenOutDoesNotComeBack) {
-    Buffers().Attach();
+TEST_F(ChannelBuffers, RoomThatWasTakenOutDoesNotComeBack) {
+    Attach();
     auto chunk = Buffers().MakeChunk();
     chunk->chunk = "short";
     chunk->chunk.shrink_to_fit();

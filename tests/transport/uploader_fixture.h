@@ -7,24 +7,16 @@
 #include <memory>
 #include <string>
 
-#include "support/fake_driver.h"
-#include "support/fake_mm.h"
-#include "support/recorded_log.h"
+#include "support/fresh_doubles.h"
 #include "transport/gated_transport.h"
 #include "transport/uploader.h"
 
 namespace tiv::test {
 
-class UploaderFixture : public testing::Test {
+class UploaderFixture : private FreshDoubles, public testing::Test {
  protected:
     using Uploader = analysis::rokt::transport::Uploader;
     using ProfileFileChunk = analysis::rokt::ProfileFileChunk;
-
-    UploaderFixture() {
-        FakeDriver::Instance().Reset();
-        mm.Reset();
-        log.Clear();
-    }
 
     static std::shared_ptr<ProfileFileChunk> MakeChunk(const std::string& text) {
         auto chunk = std::make_shared<ProfileFileChunk>();
