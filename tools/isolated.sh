@@ -9,29 +9,8 @@
 # namespaces, which most kernels allow. In the namespace TIV_ISOLATED is 1.
 set -eu
 
-# Mounts one entry of the directory that lies below the new one at the same place again.
-keep() {
-    if [ -L "$1" ]; then
-        cp -P "$1" "$2/$1"
-    elif [ -d "$1" ]; then
-        mkdir -p "$2/$1"
-        mount --rbind "$1" "$2/$1"
-    elif [ -e "$1" ]; then
-        : >"$2/$1"
-        mount --bind "$1" "$2/$1" 2>/dev/null || rm "$2/$1"
-    fi
-}
-
-# shadow PARENT CHILD: PARENT looks as before, but PARENT/CHILD is an empty directory in memory.
-shadow() {
-    cd "$1"
-    mount -t tmpfs -o mode=0755 tiv-isolated "$1"
-    for entry in * .[!.]*; do
-        [ "$entry" = "$2" ] || keep "$entry" "$1"
-    done
-    mkdir -p "$1/$2"
-    cd /
-}
+# shellcheck source=tools/shadow.sh
+. "$(dirname "$0")/shadow.sh"
 
 # The daemon asks the user database for its home directory.
 move_home() {
