@@ -33,7 +33,8 @@ std::vector<std::string_view> Resolve(std::string_view path) {
 }  // namespace
 
 bool PathIsBelow(const std::string& path, const std::string& directory) {
-    const std::vector<std::string_view> inner = Resolve(path);
+    // The system sees a path up to its first zero byte: "..\0" is the parent there.
+    const std::vector<std::string_view> inner = Resolve(path.c_str());
     const std::vector<std::string_view> outer = Resolve(directory);
     return inner.size() >= outer.size() && std::equal(outer.begin(), outer.end(), inner.begin());
 }

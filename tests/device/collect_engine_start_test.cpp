@@ -66,6 +66,16 @@ TEST_F(EngineStart, JobIdThatLeavesTheWorkingDirectoryMakesAndRemovesNothing) {
     EXPECT_EQ(log.CountOf('E'), 2u);
 }
 
+TEST_F(EngineStart, ZeroByteBehindTheWayOutOfTheWorkingDirectoryHidesNothing) {
+    const std::string jobId("a/../..\0", 8);
+
+    EXPECT_EQ(StartCollect(R"({"job_id":")" + jobId + R"("})"), -1);
+
+    EXPECT_EQ(status.info, "Failed to create tmp root result directory.");
+    EXPECT_TRUE(PathsOf("mmMkdir").empty());
+    EXPECT_TRUE(PathsOf("mmRmdir").empty());
+}
+
 TEST_F(EngineStart, DetourThatStaysInsideIsTakenAsItIs) {
     EXPECT_EQ(StartCollect(R"({"job_id":"a/../job"})"), 0);
 

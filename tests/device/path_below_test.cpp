@@ -34,6 +34,12 @@ TEST(PathBelow, EveryWayOutIsOutside) {
     EXPECT_FALSE(PathIsBelow(InDirectory("../../../../etc"), DIRECTORY));
 }
 
+TEST(PathBelow, PathEndsAtItsFirstZeroByte) {
+    EXPECT_FALSE(PathIsBelow(InDirectory(std::string("..\0", 3)), DIRECTORY));
+    EXPECT_FALSE(PathIsBelow(InDirectory(std::string("..\0/../profiling/job", 21)), DIRECTORY));
+    EXPECT_TRUE(PathIsBelow(InDirectory(std::string("job\0/../../etc", 14)), DIRECTORY));
+}
+
 TEST(PathBelow, ClimbingAboveTheRootStaysAtTheRoot) {
     EXPECT_FALSE(PathIsBelow(InDirectory("../../../../../../etc"), DIRECTORY));
     EXPECT_TRUE(PathIsBelow(InDirectory("../../../../../../var/log/npu/profiling/a"), DIRECTORY));
