@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "common/memory_utils.h"
-#include "hdc/hdc_api.h"
+#include "hdc/fragment.h"
 #include "message/codec.h"
 #include "message/job_context.h"
 #include "message/profiler.pb.h"

@@ -18,6 +18,9 @@ constexpr uint32_t HDC_FRAGMENT_MAGIC = 176;
 constexpr uint32_t HDC_FRAGMENT_MAGIC_OFFSET = 4;
 constexpr uint32_t HDC_FRAGMENT_LAST_OFFSET = 8;
 constexpr uint32_t HDC_FRAGMENT_PAYLOAD_OFFSET = 9;
+// What lies around a payload that is sent from where it stands.
+constexpr uint32_t HDC_ROOM_IN_FRONT = HDC_FRAGMENT_PAYLOAD_OFFSET;
+constexpr uint32_t HDC_ROOM_BEHIND = IDE_HDC_PACKET_HEADER_LEN - HDC_FRAGMENT_PAYLOAD_OFFSET;
 constexpr uint64_t HDC_BUFFER_MAX_LEN = UINT32_MAX;
 
 inline uint32_t LoadFragmentWord(const char* at) {

@@ -6,7 +6,7 @@
 
 #include "common/memory_utils.h"
 #include "hdc/fragment.h"
-#include "hdc/hdc_api.h"
+#include "hdc/hdc_result.h"
 #include "platform/bounds_checked.h"
 #include "platform/log.h"
 

@@ -10,9 +10,6 @@ namespace {
 
 constexpr int32_t MAX_SESSION_NUM = 96;
 constexpr int32_t DEFAULT_SERVICE_TYPE = 2;
-constexpr uint32_t CAPACITY_CHANNEL_TYPE = 2;
-constexpr uint32_t MIN_SEGMENT = 1024;
-constexpr uint32_t MAX_SEGMENT = 524288;
 constexpr int32_t DESTROY_TIMES = 30;
 constexpr uint32_t DESTROY_PAUSE_MS = 100;
 
@@ -268,25 +265,6 @@ int32_t HdcSessionDestroy(HDC_SESSION session) {
         return IDE_DAEMON_ERROR;
     }
     return HdcSessionClose(session);
-}
-
-int32_t HdcCapacity(uint32_t* segment) {
-    if (segment == nullptr) {
-        return IDE_DAEMON_ERROR;
-    }
-    struct HdcCapacity capacity = {};
-    capacity.chanType = CAPACITY_CHANNEL_TYPE;
-    const int32_t ret = drvHdcGetCapacity(&capacity);
-    if (ret != 0) {
-        TIV_LOGE("Get Hdc Capacity Failed,error: %d", ret);
-        return IDE_DAEMON_ERROR;
-    }
-    if (capacity.maxSegment < MIN_SEGMENT || capacity.maxSegment > MAX_SEGMENT) {
-        TIV_LOGE("Get Hdc Capacity Segment Invaild: %u", capacity.maxSegment);
-        return IDE_DAEMON_ERROR;
-    }
-    *segment = capacity.maxSegment;
-    return IDE_DAEMON_OK;
 }
 
 int32_t IdeGetDevIdBySession(HDC_SESSION session, int32_t* devId) {

@@ -8,13 +8,9 @@
 
 #include <cstdint>
 
+#include "hdc/hdc_capacity.h"
+#include "hdc/hdc_result.h"
 #include "platform/driver_api.h"
-
-constexpr int32_t IDE_DAEMON_OK = 0;
-constexpr int32_t IDE_DAEMON_ERROR = -1;
-// Results of the reads beside success and failure.
-constexpr int32_t IDE_DAEMON_SOCK_CLOSE = 1;
-constexpr int32_t IDE_DAEMON_RECV_NODATA = 2;
 
 // A client for service type 2 and at most 96 sessions.
 int32_t HdcClientCreate(HDC_CLIENT* client);
@@ -50,21 +46,13 @@ int32_t HalHdcSessionConnect(int32_t peerNode, int32_t peerDevId, int32_t hostPi
 [[nodiscard]] int32_t HdcWriteNb(HDC_SESSION session, const void* buf, int32_t len);
 
 // HdcWrite for a buffer that the caller owns with HDC_ROOM_IN_FRONT writable bytes in front of it
-// and HDC_ROOM_BEHIND behind: what goes out is the same, but no byte is copied on the way to the
-// driver. The bytes of the buffer and around it change during the call and are as before after it.
+// and HDC_ROOM_BEHIND behind (fragment.h): what goes out is the same, but no byte is copied on the
+// way to the driver. The bytes of the buffer and around it change during the call and are as before
+// after it.
 [[nodiscard]] int32_t HdcWriteInPlace(HDC_SESSION session, char* buf, int32_t len);
-constexpr uint32_t HDC_ROOM_IN_FRONT = 9;
-constexpr uint32_t HDC_ROOM_BEHIND = 3;
 
 int32_t HdcSessionClose(HDC_SESSION session);
 int32_t HdcSessionDestroy(HDC_SESSION session);
-
-// The driver's segment size in bytes, asked anew at every call; -1 when it is outside 1024..524288.
-// Shares its name with the driver's record, as both have to; "struct" tells the record.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wshadow"
-[[nodiscard]] int32_t HdcCapacity(uint32_t* segment);
-#pragma GCC diagnostic pop
 
 [[nodiscard]] int32_t IdeGetDevIdBySession(HDC_SESSION session, int32_t* devId);
 // A value other than 0 means that the caller sits in a container.

@@ -3,7 +3,7 @@
 
 #include "hdc/fragment.h"
 #include "hdc/fragment_store.h"
-#include "hdc/hdc_api.h"
+#include "hdc/hdc_result.h"
 #include "platform/log.h"
 
 namespace {

@@ -5,7 +5,8 @@
 
 #include "common/memory_utils.h"
 #include "hdc/fragment.h"
-#include "hdc/hdc_api.h"
+#include "hdc/hdc_capacity.h"
+#include "hdc/hdc_result.h"
 #include "platform/bounds_checked.h"
 #include "platform/log.h"
 
@@ -59,10 +60,6 @@ struct Slice {
     bool isLast;
 };
 
-constexpr uint32_t TAIL_BYTES = IDE_HDC_PACKET_HEADER_LEN - HDC_FRAGMENT_PAYLOAD_OFFSET;
-static_assert(HDC_ROOM_IN_FRONT == HDC_FRAGMENT_PAYLOAD_OFFSET && HDC_ROOM_BEHIND == TAIL_BYTES,
-              "the caller's room takes what lies around a payload");
-
 void FillHeader(char* fragment, const Slice& slice) {
     StoreFragmentWord(fragment, slice.len);
     StoreFragmentWord(fragment + HDC_FRAGMENT_MAGIC_OFFSET, HDC_FRAGMENT_MAGIC);
@@ -78,7 +75,7 @@ int32_t FillFragment(const Writing& writing, const Slice& slice) {
     }
     if (slice.offset == 0) {
         // The bytes behind the payload go out too: they must not be those of an earlier write.
-        memset(payload + slice.len, 0, TAIL_BYTES);
+        memset(payload + slice.len, 0, HDC_ROOM_BEHIND);
     }
     return IDE_DAEMON_OK;
 }
@@ -110,7 +107,7 @@ class FragmentInPlace {
           tail_(writing.own + slice.offset + slice.len) {
         memcpy(underHeader_, start_, sizeof(underHeader_));
         memcpy(underTail_, tail_, sizeof(underTail_));
-        char tail[TAIL_BYTES];
+        char tail[HDC_ROOM_BEHIND];
         FillTail(writing, slice, tail);
         FillHeader(start_, slice);
         memcpy(tail_, tail, sizeof(tail));
@@ -127,7 +124,7 @@ class FragmentInPlace {
  private:
     // What stands behind a payload in a fragment buffer: the fragment before, zeros behind that.
     static void FillTail(const Writing& writing, const Slice& slice, char* tail) {
-        for (uint32_t i = 0; i < TAIL_BYTES; ++i) {
+        for (uint32_t i = 0; i < HDC_ROOM_BEHIND; ++i) {
             const bool isCovered = slice.offset != 0 && slice.len + i < writing.capacity;
             tail[i] = isCovered ? writing.own[slice.offset - writing.capacity + slice.len + i] : 0;
         }
@@ -136,7 +133,7 @@ class FragmentInPlace {
     char* const start_;
     char* const tail_;
     char underHeader_[HDC_FRAGMENT_PAYLOAD_OFFSET];
-    char underTail_[TAIL_BYTES];
+    char underTail_[HDC_ROOM_BEHIND];
 };
 
 int32_t SendSlice(const Writing& writing, const Slice& slice) {

@@ -11,8 +11,8 @@
 [[nodiscard]] int32_t HdcSessionWrite(HDC_SESSION session, const void* buf, uint32_t length,
                                       uint64_t flag);
 
-// The same for a buffer with HDC_FRAGMENT_PAYLOAD_OFFSET writable bytes in front and as many behind
-// as a fragment has behind its payload: each fragment is laid around its slice of the buffer, sent
-// from there, and taken away again. The driver is done with a buffer when the send returns.
+// The same for a buffer with HDC_ROOM_IN_FRONT writable bytes in front and HDC_ROOM_BEHIND behind
+// (fragment.h): each fragment is laid around its slice of the buffer, sent from there, and taken
+// away again. The driver is done with a buffer when the send returns.
 [[nodiscard]] int32_t HdcSessionWriteInPlace(HDC_SESSION session, char* buf, uint32_t length,
                                              uint64_t flag);

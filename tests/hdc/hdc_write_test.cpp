@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "hdc/fragment.h"
 #include "hdc/hdc_fixture.h"
 #include "hdc/hdc_session_write.h"
 #include "support/failing_malloc.h"
