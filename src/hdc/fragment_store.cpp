@@ -91,9 +91,24 @@ bool FragmentStore::Reserve(size_t bytes, bool isLast) {
     return true;
 }
 
-int32_t FragmentStore::Merge(void** recvBuf, uint32_t* recvLen) {
+bool FragmentStore::CanMerge(void* const* recvBuf, const uint32_t* recvLen) const {
+    if (recvLen == nullptr) {
+        TIV_LOGE("recvLen is nullptr");
+        return false;
+    }
     if (used_ == 0) {
         TIV_LOGE("bufLen is nullptr");
+        return false;
+    }
+    if (recvBuf == nullptr) {
+        TIV_LOGE("recvBuf is nullptr");
+        return false;
+    }
+    return true;
+}
+
+int32_t FragmentStore::Merge(void** recvBuf, uint32_t* recvLen) {
+    if (!CanMerge(recvBuf, recvLen)) {
         return IDE_DAEMON_ERROR;
     }
     Trim();

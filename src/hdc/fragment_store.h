@@ -30,7 +30,8 @@ class FragmentStore {
     // Bytes stored since BeginPass.
     uint64_t PassLength() const { return passLength_; }
 
-    // Hands out what was stored, for IdeXfree. -1 when that is nothing.
+    // Hands out what was stored, for IdeXfree. -1 when that is nothing or an output is null; the
+    // store keeps what it has then.
     [[nodiscard]] int32_t Merge(void** recvBuf, uint32_t* recvLen);
 
     // Forgets what was stored.
@@ -38,6 +39,7 @@ class FragmentStore {
 
  private:
     [[nodiscard]] bool HasRoomInLength(uint32_t len) const;
+    [[nodiscard]] bool CanMerge(void* const* recvBuf, const uint32_t* recvLen) const;
     [[nodiscard]] bool Reserve(size_t bytes, bool isLast);
     void Trim();
 
