@@ -14,6 +14,7 @@
 #include "message/codec.h"
 #include "message/job_context.h"
 #include "message/profiler.pb.h"
+#include "platform/log.h"
 
 namespace analysis {
 namespace rokt {
@@ -96,6 +97,7 @@ char* Append(char* to, const void* from, size_t count) {
 ChunkPacket::~ChunkPacket() { Release(); }
 
 int ChunkPacket::Build(const ProfileFileChunk& chunk) {
+    valueLength = 0;
     const auto chunkBytes =
         static_cast<size_t>(std::min<uint64_t>(chunk.chunkSize, chunk.chunk.size()));
     if (chunkBytes > VALUE_LIMIT) {
@@ -105,11 +107,14 @@ int ChunkPacket::Build(const ProfileFileChunk& chunk) {
     const std::string tail = EncodeTail(chunk, chunkBytes);
     const ChunkFieldHead fieldHead(chunkBytes);
     const size_t bytes = head.size() + fieldHead.size + chunkBytes + tail.size();
-    if (head.empty() || bytes > VALUE_LIMIT ||
-        !Reserve(FRONT + IDE_TLV_HEADER_LEN + bytes + HDC_ROOM_BEHIND)) {
+    if (head.empty() || bytes > VALUE_LIMIT) {
         return -1;
     }
     valueLength = static_cast<uint32_t>(bytes);
+    if (!Reserve(FRONT + IDE_TLV_HEADER_LEN + bytes + HDC_ROOM_BEHIND)) {
+        TIV_LOGE("malloc memory failed");
+        return -1;
+    }
     packet->type = IDE_PROFILING_REQ;
     packet->dev_id = 0;
     packet->len = valueLength;

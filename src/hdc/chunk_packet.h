@@ -45,7 +45,7 @@ class ChunkPacket {
     char* Bytes() { return reinterpret_cast<char*>(packet); }
     // Bytes to send.
     uint32_t PacketLength() const { return IDE_TLV_HEADER_LEN + valueLength; }
-    // Bytes of the frame inside the packet.
+    // Bytes of the frame inside the packet; told also when only the memory for it was missing.
     uint32_t ValueLength() const { return valueLength; }
 
     // Drops a packet above KEEP_LIMIT; called when it has been sent.

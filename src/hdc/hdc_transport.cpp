@@ -76,14 +76,15 @@ int HDCTransport::SendChunk(const ProfileFileChunk& chunk) {
     tiv::MutexLock lock(packetMutex);
     const uint64_t startNs = Utils::GetClockMonotonicRaw();
     const int err = chunkPacket.Build(chunk);
+    const int size = static_cast<int>(chunkPacket.ValueLength());
+    int sent = -1;
     if (err != 0) {
         TIV_LOGE("Failed to KbxIdeCreatePacket, err=%d.", err);
-        return -1;
+    } else {
+        ownPacket = chunkPacket.Bytes();
+        sent = SendCounted(chunkPacket.Packet(), chunkPacket.PacketLength(), size, startNs);
+        ownPacket = nullptr;
     }
-    const int size = static_cast<int>(chunkPacket.ValueLength());
-    ownPacket = chunkPacket.Bytes();
-    const int sent = SendCounted(chunkPacket.Packet(), chunkPacket.PacketLength(), size, startNs);
-    ownPacket = nullptr;
     TIV_LOGD("SendBuffer size %d/%d", sent, size);
     chunkPacket.Trim();
     return sent == size ? 0 : -1;

@@ -90,7 +90,9 @@ TEST_F(Transport, WantOfMemoryForAChunksPacketLosesThatChunkOnly) {
     FailingMalloc failing(200000);
 
     EXPECT_EQ(transport->SendBuffer(chunk), -1);
+    EXPECT_TRUE(log.Has('E', "malloc memory failed"));
     EXPECT_EQ(log.Texts('E').back(), "Failed to KbxIdeCreatePacket, err=-1.");
+    EXPECT_TRUE(log.Has('D', "SendBuffer size -1/" + std::to_string(PlainFrame(*chunk).size())));
 
     EXPECT_EQ(transport->SendBuffer(chunk), 0);
 }
