@@ -72,6 +72,16 @@ int MakeDir(const std::string& dir) {
     return 0;
 }
 
+// A job that cannot even be asked is one that does not run.
+int AskJob(const CollectionJobEntry& entry, int32_t tag) {
+    try {
+        return entry.job->Init(entry.cfg);
+    } catch (const std::exception& e) {
+        TIV_LOGE("Init of a collection job failed, jobTag=%d: %s", tag, e.what());
+        return -1;
+    }
+}
+
 void RemoveWholeDir(const std::string& dir) {
     TIV_LOGI("Removing collected data: \"%s\"", dir.c_str());
     Utils::RemoveDir(dir, true);
@@ -303,7 +313,7 @@ void CollectEngine::SetEvents(const EventList& ctrlEvents, const EventList& llcE
 
 bool CollectEngine::RunJob(const CollectionJobEntry& entry, int32_t tag, int32_t failCount) {
     TIV_LOGI("CollectRegister Start jobId %d ", tag);
-    int ret = entry.job->Init(entry.cfg);
+    int ret = AskJob(entry, tag);
     if (ret == 0) {
         TIV_LOGD("Collection Job %d Register", tag);
         ret = jobs::CollectionRegisterMgr::Instance().RegisterCollectionJob(commonParams->devId,

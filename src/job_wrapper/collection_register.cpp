@@ -1,6 +1,7 @@
 // The rules by which jobs enter and leave the table of running jobs.
 #include "job_wrapper/collection_register.h"
 
+#include <exception>
 #include <utility>
 
 #include "platform/log.h"
@@ -21,11 +22,17 @@ int CollectionRegisterMgr::RegisterCollectionJob(int devId, int jobTag,
         return -1;
     }
     const tiv::MutexLock lock(mutex);
-    if (!InsertCollectionJob(devId, jobTag, job)) {
+    try {
+        if (!InsertCollectionJob(devId, jobTag, job)) {
+            return -1;
+        }
+        TIV_LOGD("Collection Job Registeter, devId:%d jobTag:%d", devId, jobTag);
+        return job->Process();
+    } catch (const std::exception& e) {
+        TIV_LOGE("Start of a collection job failed, devId=%d, jobTag=%d: %s", devId, jobTag,
+                 e.what());
         return -1;
     }
-    TIV_LOGD("Collection Job Registeter, devId:%d jobTag:%d", devId, jobTag);
-    return job->Process();
 }
 
 int CollectionRegisterMgr::UnregisterCollectionJob(int devId, int jobTag) {
@@ -35,11 +42,17 @@ int CollectionRegisterMgr::UnregisterCollectionJob(int devId, int jobTag) {
     // Declared before the lock: the last reference to the job goes after the mutex.
     std::shared_ptr<ICollectionJob> job;
     const tiv::MutexLock lock(mutex);
-    if (!TakeCollectionJob(devId, jobTag, job)) {
+    try {
+        if (!TakeCollectionJob(devId, jobTag, job)) {
+            return -1;
+        }
+        TIV_LOGD("Collection Job Unregisteter, devId:%d jobTag:%d", devId, jobTag);
+        return job != nullptr ? job->Uninit() : -1;
+    } catch (const std::exception& e) {
+        TIV_LOGE("Stop of a collection job failed, devId=%d, jobTag=%d: %s", devId, jobTag,
+                 e.what());
         return -1;
     }
-    TIV_LOGD("Collection Job Unregisteter, devId:%d jobTag:%d", devId, jobTag);
-    return job != nullptr ? job->Uninit() : -1;
 }
 
 bool CollectionRegisterMgr::IsJobSlotFree(int& devId, int jobTag) {

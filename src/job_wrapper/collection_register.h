@@ -19,6 +19,8 @@ namespace JobWrapper {
 // whole system runs once, however many devices ask for it; any other job runs once per device. It
 // knows no owner: whoever names device and tag of a running job stops it.
 //
+// What a job throws ends its own start or stop and no other's: it counts as -1.
+//
 // Any thread. The mutex is held across a job's Process and Uninit, which serialises all starts and
 // stops of the process; a job must not call back into the table.
 class CollectionRegisterMgr

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <new>
 
 #include "config/config_manager.h"
 #include "device/engine_fixture.h"
@@ -197,6 +198,38 @@ TEST_F(EngineReplay, JobsOfTheTableRunInTheOrderOfTheirTags) {
     EXPECT_EQ(engine.ReplayStart(Events({"0x11"}), status, Events({"read"})), 0);
 
     EXPECT_TRUE(log.Has('I', "Total count of job registered: 2,29,32"));
+}
+
+TEST_F(EngineReplay, JobWhoseStartFailsIsANoRunAndStoppedAllTheSame) {
+    const auto data = FileUploader("job");
+    FakeDriver::Instance().calls.Return("prof_drv_start", 5);
+    StartCollect(R"({"job_id":"job","pid_profiling":"on","zelnar_llc_profiling":"on"})");
+
+    EXPECT_EQ(engine.ReplayStart(nullptr, status, Events({"read"})), 0);
+    EXPECT_EQ(engine.ReplayStop(status), 0);
+
+    EXPECT_TRUE(log.Has('D', "Collection Job 2 Register"));
+    EXPECT_TRUE(log.Has('D', "Collection Job 2 No Run; Total: 0"));
+    EXPECT_TRUE(log.Has('I', "Total count of job registered: 32"));
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("prof_stop"), 1u);
+    EXPECT_FALSE(log.Has('D', "Device 5 Collection Job 2 Unregister"));
+}
+
+TEST_F(EngineReplay, JobThatThrowsWhenAskedIsANoRun) {
+    const auto data = FileUploader("job");
+    StartCollect(SAMPLE_PIDS);
+    FakeMm::Instance().calls.OnCall([](const Call& call) {
+        if (call.function == "mmMkdir" && call.Text("path") == DEVICE_DIR) {
+            throw std::bad_alloc();
+        }
+    });
+
+    EXPECT_EQ(engine.ReplayStart(Events({"0x11"}), status, nullptr), 0);
+    FakeMm::Instance().calls.OnCall({});
+
+    EXPECT_TRUE(log.Has('E', "Init of a collection job failed, jobTag=29: std::bad_alloc"));
+    EXPECT_TRUE(log.Has('D', "Collection Job 29 No Run; Total: 2"));
+    EXPECT_TRUE(log.Has('I', "Total count of job registered: 32"));
 }
 
 TEST_F(EngineReplay, SecondReplayStartFindsItsJobsTaken) {

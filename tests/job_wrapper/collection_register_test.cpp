@@ -3,9 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "support/failing_new.h"
 #include "support/recorded_log.h"
 
 namespace Analysis::Rokt::JobWrapper {
@@ -22,16 +26,23 @@ class FakeJob : public ICollectionJob {
     int Init(const std::shared_ptr<CollectionJobCfg>&) override { return 0; }
     int Process() override {
         ++processes;
+        if (onCall) {
+            onCall();
+        }
         return processResult_;
     }
     int Uninit() override {
         ++uninits;
+        if (onCall) {
+            onCall();
+        }
         return uninitResult_;
     }
     bool IsGlobalJobLevel() override { return global_; }
 
     int processes = 0;
     int uninits = 0;
+    std::function<void()> onCall;  // in Process and Uninit
 
  private:
     bool global_;
@@ -70,6 +81,17 @@ class OpenRegister : public CollectionRegisterMgr {
     size_t Rows() {
         const tiv::MutexLock lock(mutex);
         return registry.size();
+    }
+    // Whether some thread is inside the table.
+    bool IsBusy() NO_THREAD_SAFETY_ANALYSIS {
+        bool busy = true;
+        std::thread([&]() NO_THREAD_SAFETY_ANALYSIS {
+            if (mutex.try_lock()) {
+                mutex.unlock();
+                busy = false;
+            }
+        }).join();
+        return busy;
     }
     size_t JobsOf(int devId) {
         const tiv::MutexLock lock(mutex);
@@ -197,6 +219,54 @@ TEST_F(CollectionRegister, JobWhoseProcessFailedStaysAndIsStopped) {
     EXPECT_EQ(table.UnregisterCollectionJob(0, PROF_JOB_LLC), 0);
 
     EXPECT_EQ(job->uninits, 1);
+}
+
+TEST_F(CollectionRegister, StartAndStopOfAJobKeepTheTableBusy) {
+    const auto job = std::make_shared<FakeJob>();
+    std::vector<bool> busy;
+    job->onCall = [&] { busy.push_back(table.IsBusy()); };
+
+    EXPECT_EQ(table.RegisterCollectionJob(0, PROF_JOB_LLC, job), 0);
+    EXPECT_EQ(table.UnregisterCollectionJob(0, PROF_JOB_LLC), 0);
+
+    EXPECT_EQ(busy, (std::vector<bool>{true, true}));
+    EXPECT_FALSE(table.IsBusy());
+}
+
+TEST_F(CollectionRegister, JobThatThrowsAtItsStartStaysLikeOneThatFails) {
+    const auto job = std::make_shared<FakeJob>();
+    job->onCall = [] { throw std::bad_alloc(); };
+
+    EXPECT_EQ(table.RegisterCollectionJob(1, PROF_JOB_LLC, job), -1);
+
+    EXPECT_TRUE(
+        log.Has('E', "Start of a collection job failed, devId=1, jobTag=2: std::bad_alloc"));
+    job->onCall = {};
+    EXPECT_EQ(table.UnregisterCollectionJob(1, PROF_JOB_LLC), 0);
+    EXPECT_EQ(job->uninits, 1);
+}
+
+TEST_F(CollectionRegister, JobThatThrowsAtItsStopIsGoneAllTheSame) {
+    const auto job = std::make_shared<FakeJob>();
+    ASSERT_EQ(table.RegisterCollectionJob(1, PROF_JOB_LLC, job), 0);
+    job->onCall = [] { throw std::bad_alloc(); };
+
+    EXPECT_EQ(table.UnregisterCollectionJob(1, PROF_JOB_LLC), -1);
+
+    EXPECT_TRUE(log.Has('E', "Stop of a collection job failed, devId=1, jobTag=2: std::bad_alloc"));
+    EXPECT_EQ(job.use_count(), 1);
+}
+
+TEST_F(CollectionRegister, RowThatDoesNotFitInMemoryRefusesTheJob) {
+    const auto job = std::make_shared<FakeJob>();
+    log.SetLevel(DLOG_ERROR);
+    {
+        const tiv::test::FailingNew failing(0);
+        EXPECT_EQ(table.RegisterCollectionJob(1, PROF_JOB_LLC, job), -1);
+    }
+
+    EXPECT_EQ(job->processes, 0);
+    EXPECT_EQ(job.use_count(), 1);
 }
 
 TEST_F(CollectionRegister, GlobalJobIsRefusedOnASecondDevice) {
