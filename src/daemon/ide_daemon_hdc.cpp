@@ -1,6 +1,9 @@
 // Start, main loop and teardown of the HDC component.
 #include "daemon/ide_daemon_hdc.h"
 
+#include <exception>
+#include <utility>
+
 #include "daemon/global_ctrl_info.h"
 #include "daemon/hdc_server_thread.h"
 #include "daemon/hdc_session_thread.h"
@@ -154,38 +157,24 @@ void DestroyGlobalCtrlInfo(GlobalCtrlInfo& info) {
     info.inited = 0;
 }
 
-}  // namespace
-
-void IdeDaemonHdcRegisterDevices(uint32_t devNum, const uint32_t* phyIds) {
-    if (devNum == 0 || devNum > DEVICE_LIST_LEN) {
-        TIV_LOGE("server register input error; device num is %u", devNum);
-        return;
-    }
-    GlobalCtrlInfo& info = GetGlobalCtrlInfo();
-    if (mmMutexLock(&info.mutex) != 0) {
-        TIV_LOGE("mutex lock error");
-        return;
-    }
-    for (uint32_t i = 0; i < info.notifyCallbacks.size(); ++i) {
-        TIV_LOGI("register %u notify callbacks %u", devNum, i);
-        info.notifyCallbacks[i](devNum, phyIds);
-    }
-    for (uint32_t i = 0; i < devNum; ++i) {
-        std::shared_ptr<DeviceInfo>& device = info.devices[phyIds[i]];
-        if (device == nullptr) {
-            device = std::make_shared<DeviceInfo>();
+// Adds the records that are missing, as far as memory reaches; the mutex is held.
+void AddRecords(GlobalCtrlInfo& info, uint32_t devNum, const uint32_t* phyIds) {
+    try {
+        for (uint32_t i = 0; i < devNum; ++i) {
+            if (info.devices.count(phyIds[i]) != 0) {
+                continue;
+            }
+            auto device = std::make_shared<DeviceInfo>();
             device->phyDevId = phyIds[i];
             device->serviceType = HDC_SERVICE_TYPE;
+            (void)info.devices.emplace(phyIds[i], std::move(device));
         }
+    } catch (const std::exception& error) {
+        TIV_LOGE("make shared failed, message: %s", error.what());
     }
-    if (mmMutexUnLock(&info.mutex) != 0) {
-        TIV_LOGE("mutex lock error");
-    }
-    (void)mmSemPost(&info.notifySem);
-    TIV_LOGI("notify %u device up", devNum);
 }
 
-int32_t IdeDaemonHdcInit() {
+int32_t InitComponent() {
     GlobalCtrlInfo& info = GetGlobalCtrlInfo();
     InitGlobalCtrlInfo(info);
     uint32_t devNum = 0;
@@ -208,6 +197,39 @@ int32_t IdeDaemonHdcInit() {
         return -1;
     }
     return 0;
+}
+
+}  // namespace
+
+void IdeDaemonHdcRegisterDevices(uint32_t devNum, const uint32_t* phyIds) {
+    if (devNum == 0 || devNum > DEVICE_LIST_LEN) {
+        TIV_LOGE("server register input error; device num is %u", devNum);
+        return;
+    }
+    GlobalCtrlInfo& info = GetGlobalCtrlInfo();
+    if (mmMutexLock(&info.mutex) != 0) {
+        TIV_LOGE("mutex lock error");
+        return;
+    }
+    for (uint32_t i = 0; i < info.notifyCallbacks.size(); ++i) {
+        TIV_LOGI("register %u notify callbacks %u", devNum, i);
+        info.notifyCallbacks[i](devNum, phyIds);
+    }
+    AddRecords(info, devNum, phyIds);
+    if (mmMutexUnLock(&info.mutex) != 0) {
+        TIV_LOGE("mutex lock error");
+    }
+    (void)mmSemPost(&info.notifySem);
+    TIV_LOGI("notify %u device up", devNum);
+}
+
+int32_t IdeDaemonHdcInit() {
+    try {
+        return InitComponent();
+    } catch (const std::exception& error) {
+        TIV_LOGE("Init of HDC failed, message: %s", error.what());
+        return -1;
+    }
 }
 
 void IdeDaemonHdcCreateServers() {
