@@ -3,18 +3,19 @@
 
 #include <chrono>
 #include <exception>
-#include <string>
 
 #include "common/memory_utils.h"
 #include "daemon/global_ctrl_info.h"
 #include "daemon/ide_common_util.h"
 #include "hdc/hdc_api.h"
+#include "platform/bounds_checked.h"
 #include "platform/log.h"
 #include "platform/mutex.h"
 
 namespace {
 
 constexpr auto SESSION_WAIT_LIMIT = std::chrono::seconds(15);
+constexpr size_t THREAD_NAME_ROOM = 64;
 
 // Counts the running session threads. They are detached, so that this is all that the end of the
 // process can wait for. Never destroyed: a thread may outlive the wait.
@@ -57,6 +58,27 @@ SessionThreadCounter& GetSessionThreadCounter() {
     return *counter;
 }
 
+// The allocator's block behind a request; goes with the routing, by whichever way that ends.
+class RequestHolder {
+ public:
+    explicit RequestHolder(IdeTlvReq* request) : request_(request) {}
+    ~RequestHolder() { KbxIdeFreePacket(request_); }
+    RequestHolder(const RequestHolder&) = delete;
+    RequestHolder& operator=(const RequestHolder&) = delete;
+
+ private:
+    IdeTlvReq* request_;
+};
+
+// "<name of the session threads>_<name of the request's type>". Takes no memory: a session whose
+// thread failed between reading and handing on would stay open for ever.
+void NameThreadAfter(uint32_t requestType) {
+    char name[THREAD_NAME_ROOM] = {0};
+    (void)sprintf_s(name, sizeof(name), "%s_%s", IDE_HDC_PROCESS_THREAD_NAME,
+                    IdeRequestName(requestType));
+    (void)mmSetCurrentThreadName(name);
+}
+
 // The request's type may name no component; it gets the thread name and the handler of its own.
 int32_t CallComponent(uint32_t component, HDC_SESSION session, const IdeTlvReq* request) {
     const auto process = IdeComponentHdcProcess(component);
@@ -65,9 +87,7 @@ int32_t CallComponent(uint32_t component, HDC_SESSION session, const IdeTlvReq* 
                  static_cast<int>(request->type));
         return -1;
     }
-    const std::string name =
-        std::string(IDE_HDC_PROCESS_THREAD_NAME) + "_" + IdeRequestName(request->type);
-    (void)mmSetCurrentThreadName(name.c_str());
+    NameThreadAfter(request->type);
     return process(session, request);
 }
 
@@ -136,6 +156,7 @@ int32_t IdeDaemonHdcProcessEvent(const SessionEvent& event) {
 }
 
 int32_t IdeDaemonHdcRoute(HDC_SESSION session, IdeTlvReq* request) {
+    const RequestHolder holder(request);
     const uint32_t component = IdeComponentByRequest(request);
     const int32_t status = CallComponent(component, session, request);
     if (status != 0) {
@@ -145,7 +166,6 @@ int32_t IdeDaemonHdcRoute(HDC_SESSION session, IdeTlvReq* request) {
     if (component != IDE_COMPONENT_PROFILING) {
         (void)HdcSessionClose(session);
     }
-    IdeXfree(request);
     return status;
 }
 

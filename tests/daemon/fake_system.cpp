@@ -1,20 +1,26 @@
-// Doubles of the calls that the lock file makes past the OS abstraction.
+// Doubles of the calls that the daemon shell makes past the OS abstraction.
 #include "daemon/fake_system.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <pwd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 
 namespace {
 
 constexpr int NO_COMMAND = -1;
+constexpr int64_t NANO_PER_SECOND = 1000000000;
 
 std::string homeText;
 struct passwd userRecord;
 bool hasRecord = true;
 int failingCommand = NO_COMMAND;
+std::atomic<bool> timedWaitsEnd{false};
+std::atomic<int64_t> lastDeadlineNs{0};
+std::atomic<int64_t> clockAheadNs{0};
 
 }  // namespace
 
@@ -35,6 +41,15 @@ void SetNoUserRecord() { hasRecord = false; }
 
 void FailFileControl(int command) { failingCommand = command; }
 
+void EndTimedWaits(bool end) {
+    timedWaitsEnd = end;
+    clockAheadNs = 0;
+}
+
+std::chrono::steady_clock::time_point LastDeadline() {
+    return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(lastDeadlineNs));
+}
+
 }  // namespace tiv::test
 
 // The program's own look-up comes before the system's.
@@ -53,4 +68,25 @@ extern "C" int __wrap_fcntl(int fd, int command, ...) {
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     return __real_fcntl(fd, command, argument);
+}
+
+// The linker sends every reading of the steady clock and every wait for one of its times here. A
+// wait that is cut short takes the clock on to its deadline.
+extern "C" int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
+
+extern "C" int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+    return __real__ZNSt6chrono3_V212steady_clock3nowEv() + clockAheadNs;
+}
+
+extern "C" int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                             clockid_t clock, const struct timespec* deadline);
+
+extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                             clockid_t clock, const struct timespec* deadline) {
+    if (timedWaitsEnd) {
+        lastDeadlineNs = deadline->tv_sec * NANO_PER_SECOND + deadline->tv_nsec;
+        clockAheadNs = lastDeadlineNs - __real__ZNSt6chrono3_V212steady_clock3nowEv();
+        return ETIMEDOUT;
+    }
+    return __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
 }

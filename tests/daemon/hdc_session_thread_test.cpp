@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/memory_utils.h"
+#include "daemon/fake_system.h"
 #include "daemon/ide_common_util.h"
 #include "daemon/ide_daemon_hdc.h"
 #include "support/failing_malloc.h"
@@ -163,6 +166,18 @@ TEST_F(SessionThread, StartedThreadIsDetachedNamedAndCounted) {
         RecordedLog::Instance().Has('E', "Daemon Hdc Process Event Process Failed, err: -1"));
 }
 
+TEST_F(SessionThread, ThatCannotReadItsRequestReportsBothFailures) {
+    FakeDriver::Instance().ClosePeer(session_);
+
+    ASSERT_EQ(IdeStartSessionThread(7, 3, session_), 0);
+    IdeWaitForSessionThreads();
+
+    EXPECT_EQ(RecordedLog::Instance().Texts('E'),
+              (std::vector<std::string>{"Ide Hdc Read Request failed, err: 1",
+                                        "Daemon Hdc Process Event Process Failed, err: -1"}));
+    EXPECT_TRUE(Closed());
+}
+
 TEST_F(SessionThread, ExceptionOfAHandlerEndsOnlyItsSession) {
     RegisterComponent(10, {nullptr, nullptr, nullptr, Throw});
     FakeDriver::Instance().PushMessage(session_, RequestFragment(5, 0, "x"));
@@ -172,6 +187,24 @@ TEST_F(SessionThread, ExceptionOfAHandlerEndsOnlyItsSession) {
 
     EXPECT_TRUE(RecordedLog::Instance().Has(
         'E', "Session thread ended by an exception, message: broken handler"));
+}
+
+TEST_F(SessionThread, ExceptionOfAHandlerFreesItsRequest) {
+    RegisterComponent(10, {nullptr, nullptr, nullptr, Throw});
+    const long blocks = tiv::test::LiveMallocBlocks();
+
+    EXPECT_THROW((void)IdeDaemonHdcRoute(session_, NewRequest(5)), std::runtime_error);
+
+    EXPECT_EQ(tiv::test::LiveMallocBlocks(), blocks);
+}
+
+TEST_F(SessionThread, RoutedRequestIsFreed) {
+    const long blocks = tiv::test::LiveMallocBlocks();
+
+    EXPECT_EQ(IdeDaemonHdcRoute(session_, NewRequest(5)), 0);
+    EXPECT_EQ(IdeDaemonHdcRoute(session_, NewRequest(17)), -1);
+
+    EXPECT_EQ(tiv::test::LiveMallocBlocks(), blocks);
 }
 
 TEST_F(SessionThread, WithoutMemoryItsEventFailsTheStart) {
@@ -210,4 +243,30 @@ TEST_F(SessionThread, TeardownWaitsForARunningHandler) {
     EXPECT_TRUE(slowHandlerEnded);
     EXPECT_EQ(IdeSessionThreadCount(), 0u);
     EXPECT_EQ(RecordedLog::Instance().Texts('I').back(), "Hdc Destroy Exit");
+}
+
+TEST_F(SessionThread, TeardownWaitsFifteenSecondsAtMost) {
+    using std::chrono::steady_clock;
+    std::atomic<bool> waited{false};
+    FakeMm::Instance().mmSleep = [&waited](uint32_t) {
+        while (!waited) {
+            std::this_thread::yield();
+        }
+        return 0;
+    };
+    ASSERT_EQ(IdeStartSessionThread(0, 0, session_), 0);
+    ASSERT_TRUE(FakeMm::Instance().calls.WaitForCalls("mmSleep", 1));
+    tiv::test::EndTimedWaits(true);
+    const auto before = steady_clock::now();
+
+    IdeWaitForSessionThreads();
+
+    tiv::test::EndTimedWaits(false);
+    EXPECT_EQ(IdeSessionThreadCount(), 1u);
+    EXPECT_GE(tiv::test::LastDeadline(), before + std::chrono::seconds(15));
+    EXPECT_LE(tiv::test::LastDeadline(), steady_clock::now() + std::chrono::seconds(15));
+    FakeDriver::Instance().ClosePeer(session_);
+    waited = true;
+    IdeWaitForSessionThreads();
+    EXPECT_EQ(IdeSessionThreadCount(), 0u);
 }

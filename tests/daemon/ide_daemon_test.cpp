@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -197,6 +198,27 @@ TEST_F(Daemon, WithoutADeviceItWaitsAndStartsNoServerThread) {
     EXPECT_EQ(mm.Sleeps(), std::vector<uint32_t>(600, 1000));
     EXPECT_EQ(mm.calls.Count("mmSemWait"), 1u);
     EXPECT_EQ(mm.calls.Count("mmCreateTaskWithThreadAttr"), 0u);
+}
+
+// A session thread that is still busy would use what the exit handlers take away.
+TEST_F(Daemon, LeavesWithoutExitHandlersWhileASessionThreadRuns) {
+    driver.QueueAccept();
+    mm.mmSleep = [](uint32_t) -> int32_t {
+        for (;;) {
+            pause();
+        }
+    };
+    EndLoopAfter(1);
+    mm.calls.OnCall([this](const Call& call) {
+        if (call.function == "mmSemWait" && mm.calls.Count("mmSemWait") == 2) {
+            EXPECT_TRUE(mm.calls.WaitForCalls("mmSleep", 1));
+            EndTimedWaits(true);
+        }
+    });
+
+    EXPECT_EXIT(IdeDaemonRun(), testing::ExitedWithCode(0), "");
+
+    EXPECT_FALSE(LockFileExists());
 }
 
 TEST_F(Daemon, ServesSessionsUntilTheLoopEnds) {
