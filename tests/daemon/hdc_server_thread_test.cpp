@@ -50,6 +50,23 @@ class ServerThread : public testing::Test {
     int accepts_ = 0;
 };
 
+// The device that the driver counts as 3 and the daemon knows as 7.
+class RenumberedServerThread : public ServerThread {
+ protected:
+    void SetUp() override {
+        Renumber(3);
+        ASSERT_EQ(IdeDaemonHdcInit(), 0);
+        device_ = GetGlobalCtrlInfo().devices[7];
+        device_->threadShare = device_;
+        RecordedLog::Instance().Clear();
+    }
+
+    static void Renumber(uint32_t logId) {
+        FakeDriver::Instance().SetDevices({logId});
+        FakeDriver::Instance().SetPhyId(logId, 7);
+    }
+};
+
 }  // namespace
 
 TEST(ServerThreadArgument, NullEndsAtOnce) {
@@ -282,4 +299,67 @@ TEST_F(ServerThread, ExceptionCostsAPauseAndNotTheLoop) {
         (std::vector<std::string>{"Accepting was interrupted, phyDevId=0, message: no room"}));
     EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcServerCreate"), 2u);
     EXPECT_EQ(FakeMm::Instance().Sleeps(), (std::vector<uint32_t>{5000, 5000}));
+}
+
+TEST_F(RenumberedServerThread, MakesTheServerByItsLogicalId) {
+    EndAfterAccepts(0);
+
+    Run();
+
+    EXPECT_EQ(FakeDriver::Instance().calls.Calls("drvHdcServerCreate").at(0).Value("device"), 3);
+    EXPECT_TRUE(
+        RecordedLog::Instance().Has('I', "logDevId 3 phyDevId:7 create HDC server successfully"));
+    EXPECT_EQ(device_->logDevId, 3u);
+    EXPECT_TRUE(GetGlobalCtrlInfo().devices.empty());
+}
+
+TEST_F(RenumberedServerThread, LooksItsLogicalIdUpAnewAtEachAttempt) {
+    FakeMm::Instance().SkipSleeps();
+    FakeDriver::Instance().calls.Return("drvHdcServerCreate", 34);
+    FakeMm::Instance().calls.OnCall([](const tiv::test::Call& call) {
+        if (call.function == "mmSleep") {
+            Renumber(5);
+        }
+    });
+    EndAfterAccepts(0);
+
+    Run();
+
+    EXPECT_TRUE(RecordedLog::Instance().Has(
+        'W', "logDevId 3 phyDevId 7 hdc not ready, sleep 5000 milliseconds and retry"));
+    const auto creates = FakeDriver::Instance().calls.Calls("drvHdcServerCreate");
+    ASSERT_EQ(creates.size(), 2u);
+    EXPECT_EQ(creates[1].Value("device"), 5);
+}
+
+TEST_F(RenumberedServerThread, WarningsNameBothIdsTheLogicalOneAsItWasLast) {
+    FakeMm::Instance().SkipSleeps();
+    FakeDriver::Instance().calls.Return("drvHdcServerCreate", 6);
+    FakeDriver::Instance().calls.Return("drvGetDevNum", 1, 1, 1);
+    EndAfterAccepts(0);
+
+    Run();
+
+    EXPECT_EQ(RecordedLog::Instance().Texts('W'),
+              (std::vector<std::string>{
+                  "logDevId 3 phyDevId 7 create HDC failed, error: 6, sleep 5000 milliseconds and "
+                  "retry",
+                  "logDevId 3 phyDevId 7 not ready, sleep 5000 milliseconds and retry"}));
+}
+
+TEST_F(RenumberedServerThread, StampsRequestsWithItsPhysicalId) {
+    const HDC_SESSION session = FakeDriver::Instance().QueueAccept(3);
+    const uint32_t words[] = {12, 176};
+    const uint32_t packet[] = {99, 55, 0};
+    FakeDriver::Instance().PushMessage(session,
+                                       std::string(reinterpret_cast<const char*>(words), 8) + '\1' +
+                                           std::string(reinterpret_cast<const char*>(packet), 12));
+    EndAfterAccepts(1, 1);
+
+    Run();
+
+    EXPECT_TRUE(FakeDriver::Instance().WaitForClosed(session));
+    IdeWaitForSessionThreads();
+    EXPECT_TRUE(RecordedLog::Instance().Has(
+        'I', "received default request, type 99, req->dev_id=55, phyDevId=7."));
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -109,6 +110,20 @@ TEST(HdcInit, CountAbove1124Fails) {
     EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcClientCreate"), 0u);
 }
 
+TEST(HdcInit, IdsBehindThe64thAreThoseOfLogicalId0) {
+    std::vector<uint32_t> ids(65);
+    std::iota(ids.begin(), ids.end(), 0u);
+    FakeDriver::Instance().SetDevices(ids);
+
+    EXPECT_EQ(IdeDaemonHdcInit(), 0);
+
+    EXPECT_EQ(Info().devices.size(), 64u);
+    EXPECT_EQ(Info().devices.count(64), 0u);
+    EXPECT_EQ(FakeDriver::Instance().calls.Calls("drvDeviceGetPhyIdByIndex").back().Value("device"),
+              0);
+    EXPECT_TRUE(RecordedLog::Instance().Has('I', "notify 65 device up"));
+}
+
 TEST(HdcInit, ClientThatCannotBeHadFails) {
     FakeDriver::Instance().calls.Return("drvHdcClientCreate", 5);
     EXPECT_EQ(IdeDaemonHdcInit(), -1);
@@ -188,6 +203,30 @@ TEST(RegisterDevices, CallbacksGetCountAndList) {
 
     EXPECT_EQ(seen, (std::vector<uint32_t>{1, 9}));
     EXPECT_TRUE(RecordedLog::Instance().Has('I', "register 1 notify callbacks 0"));
+}
+
+TEST(RegisterDevices, KnownRecordsAreLeftAlone) {
+    const uint32_t id = 4;
+    IdeDaemonHdcRegisterDevices(1, &id);
+    const auto known = Info().devices[4];
+    known->threadCreated = 1;
+
+    IdeDaemonHdcRegisterDevices(1, &id);
+
+    EXPECT_EQ(Info().devices[4], known);
+    EXPECT_EQ(known->threadCreated, 1);
+}
+
+TEST(ThreadAttributes, AreDetachedWithAStackOf128KiBAndNothingElse) {
+    const mmThreadAttr attr = IdeDetachedThreadAttr();
+
+    EXPECT_EQ(attr.detachFlag, 1);
+    EXPECT_EQ(attr.priorityFlag, 0);
+    EXPECT_EQ(attr.priority, 0);
+    EXPECT_EQ(attr.policyFlag, 0);
+    EXPECT_EQ(attr.policy, 0);
+    EXPECT_EQ(attr.threadStackFlag, 1);
+    EXPECT_EQ(attr.stackSize, 131072u);
 }
 
 TEST(CreateServers, StartsOneDetachedThreadPerRecord) {

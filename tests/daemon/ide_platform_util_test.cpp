@@ -142,6 +142,29 @@ TEST_F(LockFile, SecondProcessIsRefused) {
     close(fd);
 }
 
+TEST_F(LockFile, LockCoversTheWholeFileHoweverLong) {
+    std::string path;
+    const int32_t fd = SingleProcessStart(path);
+    ASSERT_GE(fd, 0);
+
+    const int covered = InChild([&path] {
+        const int other = open(path.c_str(), O_WRONLY);
+        for (const off_t at : {0, 1, 1 << 30}) {
+            struct flock lock {};
+            lock.l_type = F_WRLCK;
+            lock.l_start = at;
+            lock.l_len = 1;
+            if (fcntl(other, F_GETLK, &lock) != 0 || lock.l_type != F_WRLCK) {
+                return 1;
+            }
+        }
+        return 0;
+    });
+
+    EXPECT_EQ(covered, 0);
+    close(fd);
+}
+
 TEST_F(LockFile, HeldByAnotherItIsClosedAgain) {
     FailFileControl(F_SETLK);
 
