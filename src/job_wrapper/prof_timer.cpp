@@ -25,6 +25,15 @@ void ExecuteGuarded(TimerHandler& handler) {
     }
 }
 
+// A handler that fails here is given up: the others are finished and the timer ends all the same.
+void UninitGuarded(TimerHandler& handler) {
+    try {
+        (void)handler.Uninit();
+    } catch (const std::exception& e) {
+        TIV_LOGE("Timer handler not finished, tag=%u, reason: %s", handler.GetTag(), e.what());
+    }
+}
+
 }  // namespace
 
 ProfTimer::ProfTimer(const std::shared_ptr<TimerParam>& param) : timerParam(param) {}
@@ -56,7 +65,7 @@ int ProfTimer::Stop() {
         (void)Thread::Stop();
         const tiv::MutexLock lock(handlerMutex);
         for (const auto& entry : handlers) {
-            (void)entry.second->Uninit();
+            UninitGuarded(*entry.second);
         }
         handlers.clear();
         TIV_LOGI("Stop ProfTimer succ");
@@ -80,7 +89,7 @@ void ProfTimer::RemoveTimerHandler(uint32_t tag) {
     const auto found = handlers.find(tag);
     if (found != handlers.end()) {
         removed = found->second;
-        (void)removed->Uninit();
+        UninitGuarded(*removed);
         handlers.erase(found);
     }
     TIV_LOGI("ProfTimer RemoveTimerHandler tag %u succ", tag);

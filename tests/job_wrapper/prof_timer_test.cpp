@@ -16,6 +16,20 @@ using tiv::test::RecordedLog;
 using tiv::test::RecordingHandler;
 using tiv::test::ThrowingHandler;
 
+// Knows whether the timer's thread was joined when it was finished.
+class JoinWatcher : public TimerHandler {
+ public:
+    using TimerHandler::TimerHandler;
+    int Execute() override { return 0; }
+    int Init() override { return 0; }
+    int Uninit() override {
+        joinsBefore = FakeMm::Instance().calls.Count("mmJoinTask");
+        return 0;
+    }
+
+    size_t joinsBefore = 99;
+};
+
 class ProfTimerTick : public ::testing::Test {
  protected:
     ProfTimerTick() {
@@ -104,9 +118,9 @@ TEST_F(ProfTimerTick, HandlerThatThrowsStopsNeitherTheOthersNorTheThread) {
 TEST_F(ProfTimerTick, StartLogsItsLines) {
     ASSERT_EQ(timer->Start(), 0);
 
-    EXPECT_EQ(log.Count('I', "Start ProfTimer begin"), 1U);
-    EXPECT_EQ(log.Count('I', "Start ProfTimer succ"), 1U);
-    EXPECT_EQ(log.Count('I', "Start ProfTimer end"), 1U);
+    EXPECT_EQ(log.OwnTexts('I'),
+              (std::vector<std::string>{"Start ProfTimer begin", "Start ProfTimer succ",
+                                        "Start ProfTimer end"}));
 }
 
 TEST_F(ProfTimerTick, SecondStartIsRefusedAndLeavesTheThread) {
@@ -147,6 +161,50 @@ TEST_F(ProfTimerTick, StopFinishesTheHandlersInOrderAndForgetsThem) {
     EXPECT_EQ(all[1], "uninit 8");
     EXPECT_EQ(calls.Count("destroy 3") + calls.Count("destroy 8"), 2U);
     EXPECT_EQ(log.Count('I', "Stop ProfTimer succ"), 1U);
+}
+
+TEST_F(ProfTimerTick, StopLogsItsLines) {
+    ASSERT_EQ(timer->Start(), 0);
+    log.Clear();
+
+    ASSERT_EQ(timer->Stop(), 0);
+
+    EXPECT_EQ(log.OwnTexts('I'),
+              (std::vector<std::string>{"Stop ProfTimer begin", "Stop ProfTimer succ",
+                                        "Stop ProfTimer end"}));
+}
+
+TEST_F(ProfTimerTick, ThreadIsJoinedBeforeTheHandlersAreFinished) {
+    const auto handler = std::make_shared<JoinWatcher>(1);
+    ASSERT_EQ(timer->Start(), 0);
+    timer->RegisterTimerHandler(1, handler);
+
+    ASSERT_EQ(timer->Stop(), 0);
+
+    EXPECT_EQ(handler->joinsBefore, 1U);
+}
+
+TEST_F(ProfTimerTick, HandlerThatCannotBeFinishedKeepsNoOtherFromIt) {
+    ASSERT_EQ(timer->Start(), 0);
+    timer->RegisterTimerHandler(1, std::make_shared<ThrowingHandler>(1));
+    timer->RegisterTimerHandler(2, Handler(2));
+
+    EXPECT_EQ(timer->Stop(), 0);
+
+    EXPECT_TRUE(log.Has('E', "Timer handler not finished, tag=1, reason: no room either"));
+    EXPECT_EQ(calls.Count("uninit 2"), 1U);
+    EXPECT_EQ(calls.Count("destroy 2"), 1U);
+}
+
+TEST_F(ProfTimerTick, HandlerThatCannotBeFinishedIsRemovedAllTheSame) {
+    const auto handler = std::make_shared<ThrowingHandler>(1);
+    timer->RegisterTimerHandler(1, handler);
+
+    timer->RemoveTimerHandler(1);
+
+    EXPECT_TRUE(log.Has('E', "Timer handler not finished, tag=1, reason: no room either"));
+    EXPECT_TRUE(log.Has('I', "ProfTimer RemoveTimerHandler tag 1 succ"));
+    EXPECT_EQ(handler.use_count(), 1);
 }
 
 TEST_F(ProfTimerTick, StopWhenNotRunningLogsBeginAndEndOnly) {

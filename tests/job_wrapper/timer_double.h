@@ -80,7 +80,7 @@ class ThrowingHandler : public Analysis::Rokt::JobWrapper::TimerHandler {
     using TimerHandler::TimerHandler;
     int Execute() override { throw std::runtime_error("no room"); }
     int Init() override { return 0; }
-    int Uninit() override { return 0; }
+    int Uninit() override { throw std::runtime_error("no room either"); }
 };
 
 }  // namespace tiv::test

@@ -66,13 +66,16 @@ TEST_F(TimerManagerCount, OneStopOfTwoLeavesTheTimerAndTheOtherHandler) {
 TEST_F(TimerManagerCount, LastStopEndsTheThreadAndFinishesWhatIsLeft) {
     manager.StartProfTimer();
     manager.RegisterTimerHandler(5, Handler(5));
+    log.Clear();
 
     manager.StopProfTimer();
 
     EXPECT_EQ(mm.calls.Count("mmJoinTask"), 1U);
     EXPECT_EQ(calls.Count("uninit 5"), 1U);
-    EXPECT_TRUE(log.Has('I', "StopProfTimer begin"));
-    EXPECT_TRUE(log.Has('I', "StopProfTimer end"));
+    EXPECT_EQ(log.OwnTexts('I'),
+              (std::vector<std::string>{"StopProfTimer begin", "Stop ProfTimer begin",
+                                        "Stop ProfTimer succ", "Stop ProfTimer end",
+                                        "StopProfTimer end"}));
 }
 
 TEST_F(TimerManagerCount, ThreadTicksWithoutAHandler) {
