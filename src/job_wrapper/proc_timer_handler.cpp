@@ -193,25 +193,33 @@ void ProcTimerHandler::FlushBuf() {
     }
 }
 
+std::shared_ptr<ProfileFileChunk> ProcTimerHandler::MakeChunk(const void* data,
+                                                              uint32_t len) const {
+    try {
+        auto chunk = std::make_shared<ProfileFileChunk>();
+        chunk->fileName = retFileName + "." + jobCtx->tag;
+        chunk->offset = -1;
+        chunk->chunk.assign(static_cast<const char*>(data), len);
+        chunk->chunkSize = len;
+        chunk->isLastChunk = false;
+        chunk->extraInfo = jobCtx->job_id + "." + jobCtx->dev_id;
+        chunk->chunkModule = ChunkModuleOf(GetTag());
+        return chunk;
+    } catch (const std::exception& e) {
+        TIV_LOGE("make shared failed, message: %s", e.what());
+        return nullptr;
+    }
+}
+
 void ProcTimerHandler::SendData(const void* data, uint32_t len) {
     if (data == nullptr) {
         TIV_LOGE("buf to be sent is nullptr");
         return;
     }
-    std::shared_ptr<ProfileFileChunk> chunk;
-    try {
-        chunk = std::make_shared<ProfileFileChunk>();
-        chunk->chunk.assign(static_cast<const char*>(data), len);
-    } catch (const std::exception& e) {
-        TIV_LOGE("make shared failed, message: %s", e.what());
+    const std::shared_ptr<ProfileFileChunk> chunk = MakeChunk(data, len);
+    if (chunk == nullptr) {
         return;
     }
-    chunk->fileName = retFileName + "." + jobCtx->tag;
-    chunk->offset = -1;
-    chunk->chunkSize = len;
-    chunk->isLastChunk = false;
-    chunk->extraInfo = jobCtx->job_id + "." + jobCtx->dev_id;
-    chunk->chunkModule = ChunkModuleOf(GetTag());
     if (upLoader_ == nullptr) {
         TIV_LOGE("[ProcTimerHandler::SendData] upLoader_ is null");
     } else if (upLoader_->UploadData(chunk) != 0) {

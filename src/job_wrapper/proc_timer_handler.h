@@ -86,6 +86,9 @@ class ProcTimerHandler : public TimerHandler {
     // The next piece of text for the buffer. False when the file cannot be read.
     [[nodiscard]] bool TakeSample(std::string& sample);
     void SendBuffered();
+    // Null, with an error, when memory is short.
+    [[nodiscard]] std::shared_ptr<analysis::rokt::ProfileFileChunk> MakeChunk(const void* data,
+                                                                              uint32_t len) const;
     // Copies `data` behind what is buffered. False when there is no buffer.
     [[nodiscard]] bool AppendToBuf(const std::string& data);
 };

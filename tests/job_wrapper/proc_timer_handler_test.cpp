@@ -407,6 +407,21 @@ TEST_F(ProcTimerHandlerSend, ChunkThatCannotBeMadeIsDropped) {
     EXPECT_TRUE(collector.Finish().empty());
 }
 
+TEST_F(ProcTimerHandlerSend, ChunkThatCannotBeFilledIsDropped) {
+    const auto handler = MakePlain(64);
+    const std::string data(100, 'a');
+    jobCtx->tag = "a tag too long for a short string";
+    jobCtx->job_id = "a job id too long for a short string";
+    for (size_t allocation = 0; allocation < 4; ++allocation) {
+        const FailingNew noMemory(allocation);
+        EXPECT_NO_THROW(handler->SendData(data.data(), 100));
+        EXPECT_EQ(noMemory.Failed(), 1U);
+    }
+
+    EXPECT_EQ(log.Count('E', "make shared failed, message: std::bad_alloc"), 4U);
+    EXPECT_TRUE(collector.Finish().empty());
+}
+
 TEST_F(ProcTimerHandlerUninit, SendsWhatIsBufferedAndLogsIt) {
     const auto handler = MakePlain(4096);
     (void)handler->Execute();
