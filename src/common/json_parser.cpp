@@ -139,6 +139,10 @@ bool JsonParser::Store(JsonValue& value) {
             container.PushBack(value);
         } else {
             JsonValue& place = container[keys_.back()];
+            if (&place == &container) {  // no memory for the members
+                value.Free();
+                return false;
+            }
             place.Free();
             place = value;
             keys_.pop_back();

@@ -5,6 +5,8 @@
 #include <pthread.h>
 
 #include <functional>
+#include <new>
+#include <set>
 #include <stdexcept>
 
 #include "common/json_parser.h"
@@ -165,6 +167,26 @@ TEST(Json, MergeAddsAndOverwrites) {
     EXPECT_EQ(document["c"].GetString(), "new");
 }
 
+TEST(Json, MergeOfAnotherValueChangesNothing) {
+    Json document(R"({"a":1})");
+    JsonValue value;
+    value = int32_t{5};
+
+    document.Merge(value);
+
+    EXPECT_EQ(document.ToString(), R"({"a":1})");
+    EXPECT_TRUE(
+        RecordedLog::Instance().Has('E', "Cannot assign a JsonValue without Object type to Json"));
+}
+
+TEST(Json, MergeOfTheDocumentWithItselfChangesNothing) {
+    Json document(R"({"a":{"b":"x"}})");
+
+    document.Merge(document);
+
+    EXPECT_EQ(document.ToString(), R"({"a":{"b":"x"}})");
+}
+
 TEST(Json, FreedDocumentStaysAnObject) {
     Json document(R"({"a":1})");
 
@@ -306,6 +328,34 @@ TEST(JsonMemory, ArrayThatCannotBeAllocatedIsRefused) {
 
     EXPECT_FALSE(accepted);
     EXPECT_TRUE(RecordedLog::Instance().Has('E', "Fail allocating stack memory"));
+}
+
+// What reading the text gives when its n-th allocation fails: "refused", or the text of the tree.
+std::string ReadWithFailure(const std::string& text, size_t allocation) {
+    JsonParser parser(text);
+    JsonValue value;
+    bool accepted = false;
+    {
+        const tiv::test::FailingNew failing(allocation);
+        try {
+            accepted = parser.Parse(value);
+        } catch (const std::bad_alloc&) {
+            accepted = false;
+        }
+    }
+    const std::string written = accepted ? value.ToString() : "refused";
+    value.Free();
+    return written;
+}
+
+TEST(JsonMemory, TreeWithoutItsOuterObjectIsRefused) {
+    const std::string text = R"({"a":{"b":1}})";
+    std::set<std::string> readings;
+    for (size_t allocation = 0; allocation < 40; ++allocation) {
+        readings.insert(ReadWithFailure(text, allocation));
+    }
+
+    EXPECT_EQ(readings, (std::set<std::string>{"refused", text}));
 }
 
 }  // namespace
