@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <set>
 #include <thread>
@@ -19,6 +20,18 @@ void PushTimes(BoundQueue<int>& queue, int count) {
     for (int i = 0; i < count; ++i) {
         (void)queue.Push(i);
     }
+}
+
+// False when the warning has not been written that often within ten seconds.
+bool WaitForCount(const std::string& warning, size_t count) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (RecordedLog::Instance().Count('W', warning) < count) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 TEST(BoundQueue, ElementsLeaveInTheOrderOfTheirPushes) {
@@ -95,13 +108,18 @@ TEST(BoundQueue, WakeUpIntoAFullQueueWarnsAgain) {
     const std::string look = "IsFULL, QueueName: BoundQueue, QueueCapacity:1, QueueSize:1";
     BoundQueue<int> queue(1);
     ASSERT_TRUE(queue.Push(1));
-    std::thread producer([&] { (void)queue.Push(2); });
-    ASSERT_TRUE(RecordedLog::Instance().WaitFor('W', look));
+    std::thread first([&] { (void)queue.Push(2); });
+    std::thread second([&] { (void)queue.Push(3); });
+    // Two looks of each producer before both of them wait.
+    ASSERT_TRUE(WaitForCount(look, 4));
+    int data = 0;
 
+    queue.Pop(data);
+
+    EXPECT_TRUE(WaitForCount(look, 5));
     queue.Quit();
-    producer.join();
-
-    EXPECT_GE(RecordedLog::Instance().Count('W', look), 2U);
+    first.join();
+    second.join();
 }
 
 TEST(BoundQueue, QueueWithRoomWarnsOfNothing) {

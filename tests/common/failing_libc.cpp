@@ -11,6 +11,7 @@ namespace {
 std::string failing;
 int toFail = 0;
 int toPass = 0;
+std::vector<std::string> linksRead;
 
 bool Fails(const char* function) {
     if (failing != function || toFail == 0) {
@@ -36,6 +37,8 @@ FailingCall::FailingCall(const std::string& function, int count, int skip) {
 }
 
 FailingCall::~FailingCall() { failing.clear(); }
+
+std::vector<std::string> LinksRead() { return linksRead; }
 
 }  // namespace tiv::test
 
@@ -64,6 +67,7 @@ int __wrap_lstat(const char* path, struct stat* buffer) {
 }
 
 ssize_t __wrap_readlink(const char* path, char* buffer, size_t size) {
+    linksRead.emplace_back(path);
     return Fails("readlink") ? -1 : __real_readlink(path, buffer, size);
 }
 

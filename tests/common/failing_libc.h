@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tiv::test {
 
@@ -15,5 +16,8 @@ class FailingCall {
     FailingCall(const FailingCall&) = delete;
     FailingCall& operator=(const FailingCall&) = delete;
 };
+
+// Paths that readlink was asked for, in the order of the calls.
+std::vector<std::string> LinksRead();
 
 }  // namespace tiv::test

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <future>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -280,6 +281,26 @@ TEST_F(ThreadPoolTest, WorkerThatCannotBeAllocatedLeavesThePoolNotStarted) {
     EXPECT_EQ(pool.Dispatch(NewTask()), -1);
     EXPECT_TRUE(RecordedLog::Instance().Has('E', "make shared failed, message: std::bad_alloc"));
     EXPECT_EQ(FakeMm::Instance().calls.Count("mmCreateTaskWithThreadAttr"), 0U);
+}
+
+TEST_F(ThreadPoolTest, WorkersBeforeTheOneThatCannotBeAllocatedKeepRunning) {
+    std::optional<tiv::test::FailingNew> failing;
+    const auto create = FakeMm::Instance().mmCreateTaskWithThreadAttr;
+    FakeMm::Instance().mmCreateTaskWithThreadAttr = [&](auto... arguments) {
+        failing.emplace(1);  // behind the place of the first worker in the list
+        return create(arguments...);
+    };
+    ThreadPool pool(THREAD_POOL_BIND, 2);
+
+    pool.Start();
+    failing.reset();
+
+    EXPECT_EQ(pool.Dispatch(NewTask()), -1);
+    EXPECT_EQ(RecordedLog::Instance().Count('E', "make shared failed, message: std::bad_alloc"),
+              1U);
+    EXPECT_EQ(FakeMm::Instance().calls.Count("mmJoinTask"), 0U);
+    pool.Stop();
+    EXPECT_EQ(FakeMm::Instance().calls.Count("mmJoinTask"), 1U);
 }
 
 TEST_F(ThreadPoolTest, QueueThatCannotBeAllocatedFailsTheStart) {

@@ -202,11 +202,15 @@ TEST_F(UtilsPath, LinkThatCannotBeExaminedCountsAsALink) {
 TEST_F(UtilsPath, SplitWithoutMemoryIsTold) {
     std::string parent;
     std::string base;
-    const FailingCall failing("strdup", 1, 1);
+    {
+        const FailingCall firstHalf("strdup");
+        EXPECT_EQ(Utils::SplitPath("/a/b", parent, base), -1);
+    }
+    const FailingCall secondHalf("strdup", 1, 1);
 
     EXPECT_EQ(Utils::SplitPath("/a/b", parent, base), -1);
 
-    EXPECT_TRUE(Logged('E', "QTRX_STRDUP failed"));
+    EXPECT_EQ(RecordedLog::Instance().Count('E', "QTRX_STRDUP failed"), 2U);
 }
 
 TEST_F(UtilsPath, RecordWithoutDescriptorIsTold) {
@@ -247,6 +251,8 @@ TEST_F(UtilsPath, UnknownOwnProgramIsAWarning) {
 
     EXPECT_EQ(Utils::GetSelfPath(), "");
 
+    EXPECT_EQ(tiv::test::LinksRead(),
+              (std::vector<std::string>{"/proc/self/exe", "/local/proc/self/exe"}));
     EXPECT_TRUE(Logged('W', "Can't Get self bin directory"));
 }
 

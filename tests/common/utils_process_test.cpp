@@ -182,6 +182,24 @@ TEST_F(UtilsProcess, TooManyArgumentsAreRefused) {
     EXPECT_EQ(RecordedLog::Instance().CountOf('I'), 0U);
 }
 
+TEST_F(UtilsProcess, AsManyArgumentsAndVariablesAsAllowedArePassed) {
+    int32_t counts[2] = {0, 0};
+    FakeMm::Instance().mmCreateProcess = [&](const char*, const mmArgvEnv* block, const char*,
+                                             mmProcess*) {
+        counts[0] = block->argvCount;
+        counts[1] = block->envpCount;
+        return 0;
+    };
+    RecordedLog::Instance().SetLevel(DLOG_ERROR);
+    environment.assign(1048576, "");
+    shell.async = true;
+
+    EXPECT_EQ(Exec(std::vector<std::string>(1048576)), 0);
+
+    EXPECT_EQ(counts[0], 1048577);
+    EXPECT_EQ(counts[1], 1048576);
+}
+
 TEST_F(UtilsProcess, TooManyVariablesAreRefused) {
     environment.assign(1048577, "");
 
@@ -227,6 +245,15 @@ TEST_F(UtilsProcess, WaitWithoutEndFails) {
 TEST_F(UtilsProcess, FailedWaitFails) {
     FakeMm::Instance().calls.Return("mmWaitPid", -1, 2);
     isExited = true;
+
+    EXPECT_EQ(Utils::WaitProcess(17, isExited, exitCode, false), -1);
+    EXPECT_EQ(Utils::WaitProcess(17, isExited, exitCode, true), -1);
+
+    EXPECT_FALSE(isExited);
+}
+
+TEST_F(UtilsProcess, AnyOtherResultOfAWaitIsAFailure) {
+    FakeMm::Instance().calls.Return("mmWaitPid", 2, 2);
 
     EXPECT_EQ(Utils::WaitProcess(17, isExited, exitCode, false), -1);
     EXPECT_EQ(Utils::WaitProcess(17, isExited, exitCode, true), -1);
