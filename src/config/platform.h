@@ -21,8 +21,8 @@ namespace Analysis::Rokt::Common::Platform {
 // any thread.
 class Platform : public analysis::rokt::common::singleton::Singleton<Platform> {
  public:
-    // Asks the driver for the side. 0, or -1 when the driver failed; the side is 2 then. A driver
-    // that does not know the question gives 0 and leaves 2 as well.
+    // Asks the driver for the side. 0, or -1 when the driver failed. The side stays what it was
+    // then, and also, with 0, when the driver does not know the question.
     [[nodiscard]] int InitRunSide();
     // Reads the host frequency where the driver knows it and takes the override that is registered
     // for the platform type. Always 0.

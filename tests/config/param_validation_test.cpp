@@ -26,6 +26,22 @@ class RecordCheck : public tiv::test::RecordedLogTest {
         }
         return log.Texts('E').size() == 1 ? log.Texts('E')[0] : "not one error";
     }
+    // The labels of the errors of a record whose intervals are 0 and are mended one by one.
+    Texts LabelsWhileMending(const std::vector<IntField>& fields) {
+        for (const IntField field : fields) {
+            (*params).*field = 0;
+        }
+        Texts labels;
+        for (const IntField field : fields) {
+            log.Clear();
+            EXPECT_FALSE(check.CheckProfilingIntervalIsValid(params));
+            const std::string error = log.Texts('E').empty() ? "" : log.Texts('E')[0];
+            labels.push_back(error.substr(8, error.find(" interval") - 8));
+            (*params).*field = 1;
+        }
+        EXPECT_TRUE(check.CheckProfilingIntervalIsValid(params));
+        return labels;
+    }
     bool SwitchCounts(TextField field) {
         auto record = std::make_shared<ProfileParams>();
         (*record).*field = "ON";
@@ -37,6 +53,12 @@ class RecordCheck : public tiv::test::RecordedLogTest {
     }
     bool CheckParams(const std::set<std::string>& unsupported = {}) {
         return check.CheckProfilingParams(params, unsupported);
+    }
+
+    // The last error of a record that is not valid.
+    std::string LastError() {
+        log.Clear();
+        return CheckParams() || log.Texts('E').empty() ? "none" : log.Texts('E').back();
     }
 
     const ParamValidation& check = ParamValidation::Instance();
@@ -99,6 +121,57 @@ TEST_F(RecordCheck, FirstBadIntervalInOrderEndsTheCheck) {
     log.Clear();
     EXPECT_FALSE(check.CheckProfilingIntervalIsValidTWO(params));
     EXPECT_EQ(log.Texts('E'), Texts{"invalid sys_profiling interval: 0"});
+}
+
+TEST_F(RecordCheck, IntervalsAreCheckedInTheirOrder) {
+    const std::vector<IntField> fields = {&ProfileParams::aiv_sampling_interval,
+                                          &ProfileParams::vmlkInterval,
+                                          &ProfileParams::pcieInterval,
+                                          &ProfileParams::roceInterval,
+                                          &ProfileParams::llc_interval,
+                                          &ProfileParams::ddr_interval,
+                                          &ProfileParams::hbmInterval,
+                                          &ProfileParams::cpu_sampling_interval,
+                                          &ProfileParams::sys_sampling_interval,
+                                          &ProfileParams::pid_sampling_interval,
+                                          &ProfileParams::hardware_mem_sampling_interval,
+                                          &ProfileParams::io_sampling_interval,
+                                          &ProfileParams::interconnection_sampling_interval,
+                                          &ProfileParams::vimg_sampling_interval,
+                                          &ProfileParams::nicInterval,
+                                          &ProfileParams::aicore_sampling_interval};
+
+    const Texts labels = {"aiv",
+                          "vmcl",
+                          "pcie",
+                          "roce",
+                          "llc",
+                          "ddr",
+                          "hbm",
+                          "cpu_profiling",
+                          "sys_profiling",
+                          "pid_profiling",
+                          "hardware_mem",
+                          "io_profiling",
+                          "interconnection_profiling",
+                          "vimg_profiling",
+                          "nicProfiling",
+                          "aicore_profiling"};
+
+    EXPECT_EQ(LabelsWhileMending(fields), labels);
+}
+
+TEST_F(RecordCheck, RoceIntervalOfTheSecondGroupStandsBetweenNicAndAiCore) {
+    params->nicInterval = 0;
+    params->roceInterval = 0;
+    params->aicore_sampling_interval = 0;
+
+    EXPECT_FALSE(check.CheckProfilingIntervalIsValidTWO(params));
+    params->nicInterval = 1;
+    EXPECT_FALSE(check.CheckProfilingIntervalIsValidTWO(params));
+
+    const Texts errors = {"invalid nicProfiling interval: 0", "invalid roceProfiling interval: 0"};
+    EXPECT_EQ(log.Texts('E'), errors);
 }
 
 TEST_F(RecordCheck, UncheckedIntervalsMayBeAnything) {
@@ -284,6 +357,27 @@ TEST_F(RecordCheck, FirstFaultInOrderEndsTheCheck) {
     const Texts errors = {"l2Cacheevent:bad is invalid",
                           "[CheckProfilingParams]l2CacheTaskProfilingEvents is illegal"};
     EXPECT_EQ(log.Texts('E'), errors);
+}
+
+TEST_F(RecordCheck, EachFaultHidesTheLaterOnes) {
+    params->devices = "64";
+    params->l2CacheTaskProfilingEvents = "bad";
+    params->llc_profiling_events = "a.b";
+    params->nicInterval = 0;
+    params->hwts_log = "x";
+    params->ai_core_metrics = "Nope";
+
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]devices:64 is illegal");
+    params->devices = "63";
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]l2CacheTaskProfilingEvents is illegal");
+    params->l2CacheTaskProfilingEvents = "";
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]llc_profiling_events is illegal");
+    params->llc_profiling_events = "";
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]profiling interval is illegal");
+    params->nicInterval = 1;
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]profiling switch is illegal");
+    params->hwts_log = "";
+    EXPECT_EQ(LastError(), "[CheckProfilingParams]profiling ai_core_metrics is illegal");
 }
 
 TEST_F(StorageLimitCheck, EmptyPasses) {

@@ -95,6 +95,16 @@ TEST_F(PlatformSide, FailedQueryLeavesSide2AndFails) {
     EXPECT_FALSE(log.Contains('I', "Set runSide"));
 }
 
+TEST_F(PlatformSide, LaterQueryThatFailsLeavesTheSideThatWasRead) {
+    driver.SetPlatformInfo(0);
+    ASSERT_EQ(platform.InitRunSide(), 0);
+    driver.calls.Return("drvGetPlatformInfo", 1);
+
+    EXPECT_EQ(platform.InitRunSide(), -1);
+
+    EXPECT_TRUE(platform.IsDeviceSide());
+}
+
 TEST_F(PlatformSide, HelperSettersAreEvents) {
     EXPECT_FALSE(platform.IsHelperHostSide());
     EXPECT_FALSE(platform.IsRpcHelper());
