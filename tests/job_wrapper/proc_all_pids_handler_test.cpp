@@ -13,6 +13,7 @@ using tiv::test::FailingMalloc;
 using tiv::test::FailNextNewOfAtLeast;
 using tiv::test::PERIOD_NS;
 using tiv::test::ProcTree;
+using tiv::test::START_NS;
 
 class OpenAllPids : public ProcAllPidsFileHandler {
  public:
@@ -170,6 +171,40 @@ TEST_F(ProcAllPids, RecordsHoldTheReadingsOfTheProcess) {
                                        "8 (p8) S\nProcessName:p8\ncpu 1 2 3\n\n"});
 }
 
+TEST_F(ProcAllPids, HandlersOfAProcessCarryTheParentsTag) {
+    Add({"8"});
+    OpenAllPids handler(3, 2, PERIOD_NS, params, jobCtx, collector.Get(), tree.Root());
+    ASSERT_EQ(handler.Init(), 0);
+
+    NextPass(handler);
+    (void)handler.Uninit();
+
+    const auto chunks = collector.Finish();
+    ASSERT_EQ(chunks.size(), 2U);
+    EXPECT_EQ(chunks[0].chunkModule, 5U);
+    EXPECT_EQ(chunks[1].chunkModule, 5U);
+}
+
+TEST_F(ProcAllPids, ProcessThatWasReadLateLeavesOutTheNextPass) {
+    Add({"8"});
+    const auto handler = Make();
+    const auto clock = mm.mmGetTickCount;
+    // Every look at the clock takes a nanosecond, so that the processes are read behind the parent.
+    mm.mmGetTickCount = [this, clock] {
+        mm.AdvanceClock(1);
+        return clock();
+    };
+    NextPass(*handler);
+    mm.mmGetTickCount = clock;
+    mm.SetClock(START_NS + 2 * PERIOD_NS + 1);
+
+    EXPECT_EQ(handler->Execute(), 0);
+    (void)handler->Uninit();
+
+    EXPECT_TRUE(log.Has('I', "FlushBuf data/8-Memory.data, the total index :1"));
+    EXPECT_TRUE(log.Has('I', "FlushBuf data/8-CpuUsage.data, the total index :1"));
+}
+
 TEST_F(ProcAllPids, TickWithinThePeriodDoesNothing) {
     const auto handler = Make();
     NextPass(*handler);
@@ -198,8 +233,9 @@ TEST_F(ProcAllPids, ProcessThatGoesBeforeItIsReadIsDroppedAtTheNextPass) {
     tree.Remove("5/stat");
 
     NextPass(*handler);
-    EXPECT_TRUE(log.Has('W', "Open file " + tree.Path("5/statm") + " failed"));
-    EXPECT_TRUE(log.Has('W', "Open file " + tree.Path("5/stat") + " failed"));
+    EXPECT_EQ(log.Texts('W'),
+              (std::vector<std::string>{"Open file " + tree.Path("5/statm") + " failed",
+                                        "Open file " + tree.Path("5/stat") + " failed"}));
     EXPECT_EQ(handler->Followed(), Pids{5});
     tree.Remove("5");
     NextPass(*handler);

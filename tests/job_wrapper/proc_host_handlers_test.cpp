@@ -12,6 +12,7 @@ namespace {
 using tiv::test::PERIOD_NS;
 using tiv::test::ProcTree;
 using tiv::test::RecordedProc;
+using Chunk = tiv::test::ChunkCollector::Chunk;
 
 class ProcHost : public tiv::test::SampleTest {
  protected:
@@ -25,6 +26,19 @@ class ProcHost : public tiv::test::SampleTest {
         EXPECT_EQ(handler.ParseProcFile(source, out), 0);
         EXPECT_FALSE(source.is_open());
         return out;
+    }
+    // The one chunk of two samples.
+    template <class Handler>
+    Chunk TwoSamplesOf(const std::string& resultFile, const std::string& root) {
+        Handler handler(4, 4096, PERIOD_NS, resultFile, params, jobCtx, collector.Get(), root);
+        EXPECT_EQ(handler.Init(), 0);
+        (void)handler.Execute();
+        mm.AdvanceClock(PERIOD_NS);
+        (void)handler.Execute();
+        (void)handler.Uninit();
+        const auto chunks = collector.Finish();
+        EXPECT_EQ(chunks.size(), 1U);
+        return chunks.empty() ? Chunk() : chunks[0];
     }
 
     ProcTree tree;
@@ -83,6 +97,38 @@ TEST_F(ProcHostCpu, StatFileTooLargeIsLeftOut) {
                                  ") size(536870913)"));
 }
 
+TEST_F(ProcHostCpu, UptimeTooLargeLeavesItsLineOut) {
+    tree.Write("uptime", "1.0 2.0\n");
+    tree.Write("4711/task/4711/stat", "4711 (loom)\n");
+    mm.calls.Add({"mmGetFileSize",
+                  {{"path", tree.Path("uptime")}},
+                  0,
+                  1,
+                  std::nullopt,
+                  std::nullopt,
+                  0,
+                  536870913,
+                  false});
+
+    EXPECT_EQ(ReadingOf<ProcHostCpuHandler>(tree.Root()), "time 5000000000\n4711 (loom)\n");
+
+    EXPECT_TRUE(
+        log.Has('W', "[ProcTimerHandler] Proc file(" + tree.Path("uptime") + ") size(536870913)"));
+}
+
+TEST_F(ProcHostCpu, EachThreadGivesAllItsLines) {
+    tree.Write("uptime", "1.0 2.0\n");
+    tree.Write("4711/task/4711/stat", "one\ntwo\n");
+
+    EXPECT_EQ(ReadingOf<ProcHostCpuHandler>(tree.Root()), "time 5000000000\n1.0 2.0\none\ntwo\n");
+}
+
+TEST_F(ProcHostMem, OnlyTheFirstLineCounts) {
+    tree.Write("4711/statm", "1 2 3\n4 5 6\n");
+
+    EXPECT_EQ(ReadingOf<ProcHostMemHandler>(tree.Root()), "5000000000 1 2 3\n");
+}
+
 TEST_F(ProcHostMem, ClockAndTheFirstLine) {
     EXPECT_EQ(ReadingOf<ProcHostMemHandler>(RecordedProc()),
               "5000000000 5591 1874 1210 41 0 660 0\n");
@@ -116,21 +162,35 @@ TEST_F(ProcHostNetwork, FileTooLargeLeavesTheFirstLine) {
     EXPECT_EQ(ReadingOf<ProcHostNetworkHandler>(RecordedProc()), "time 5000000000\n");
 }
 
+TEST_F(ProcHostCpu, SamplesGoOutWithoutARecordHeader) {
+    tree.Write("4711/task/4711/stat", "4711 (loom)\n");
+    tree.Write("uptime", "1.0 2.0\n");
+
+    const Chunk chunk = TwoSamplesOf<ProcHostCpuHandler>("host_cpu.data", tree.Root());
+
+    EXPECT_EQ(chunk.fileName, "data/host_cpu.data.null");
+    EXPECT_EQ(chunk.chunkModule, 5U);
+    EXPECT_EQ(chunk.chunk,
+              "time 5000000000\n1.0 2.0\n4711 (loom)\ntime 5100000000\n1.0 2.0\n4711 (loom)\n");
+}
+
 TEST_F(ProcHostMem, SamplesGoOutWithoutARecordHeader) {
-    ProcHostMemHandler handler(0, 4096, PERIOD_NS, "host_mem.data", params, jobCtx, collector.Get(),
-                               RecordedProc());
-    ASSERT_EQ(handler.Init(), 0);
+    const Chunk chunk = TwoSamplesOf<ProcHostMemHandler>("host_mem.data", RecordedProc());
 
-    (void)handler.Execute();
-    mm.AdvanceClock(PERIOD_NS);
-    (void)handler.Execute();
-    (void)handler.Uninit();
-
-    const auto chunks = collector.Finish();
-    ASSERT_EQ(chunks.size(), 1U);
-    EXPECT_EQ(chunks[0].fileName, "data/host_mem.data.null");
-    EXPECT_EQ(chunks[0].chunk,
+    EXPECT_EQ(chunk.fileName, "data/host_mem.data.null");
+    EXPECT_EQ(chunk.chunkModule, 5U);
+    EXPECT_EQ(chunk.chunk,
               "5000000000 5591 1874 1210 41 0 660 0\n5100000000 5591 1874 1210 41 0 660 0\n");
+}
+
+TEST_F(ProcHostNetwork, SamplesGoOutWithoutARecordHeader) {
+    tree.Write("net/dev", "Inter-|\nlo: 1\n");
+
+    const Chunk chunk = TwoSamplesOf<ProcHostNetworkHandler>("host_network.data", tree.Root());
+
+    EXPECT_EQ(chunk.fileName, "data/host_network.data.null");
+    EXPECT_EQ(chunk.chunkModule, 5U);
+    EXPECT_EQ(chunk.chunk, "time 5000000000\nlo: 1\ntime 5100000000\nlo: 1\n");
 }
 
 }  // namespace

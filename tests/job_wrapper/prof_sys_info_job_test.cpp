@@ -296,6 +296,16 @@ TEST_F(SysInfoInit, JobWithoutAnUploaderDeclines) {
     EXPECT_FALSE(job.HoldsUploader());
 }
 
+TEST_F(SysInfoInit, UploaderOfAnEarlierReplayIsNotKept) {
+    StatJob job;
+    ASSERT_EQ(job.Init(cfg), 0);
+    UploaderMgr::Instance().DelUploader("job7");
+
+    EXPECT_EQ(job.Init(cfg), -1);
+
+    EXPECT_FALSE(job.HoldsUploader());
+}
+
 TEST_F(SysInfoInit, UploaderStaysWhenTheRegistryRefusesTheJob) {
     StatJob job;
 
