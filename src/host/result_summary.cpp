@@ -8,6 +8,7 @@
 
 #include "host/console.h"
 #include "host/duration.h"
+#include "host/result/profile_samples.h"
 #include "host/result/record_reader.h"
 
 namespace tiv::host {
@@ -16,6 +17,7 @@ namespace {
 
 constexpr size_t READ_BYTES = 1 << 20;
 constexpr std::string_view FIRST_KEY = "TimeStamp:";
+constexpr std::string_view CPU_PROFILE = "data/ai_ctrl_cpu.data";
 
 struct Row {
     uint64_t files = 0;
@@ -34,6 +36,22 @@ std::string RowName(const std::string& name) {
         return name;
     }
     return name.substr(0, start) + "<pid>" + name.substr(digits);
+}
+
+bool IsCpuProfile(std::string_view path) {
+    return path.size() >= CPU_PROFILE.size() &&
+           path.substr(path.size() - CPU_PROFILE.size()) == CPU_PROFILE;
+}
+
+// The rest of the file, block by block.
+template <class Reader>
+void FeedAll(std::ifstream& file, Reader& reader) {
+    std::string buffer(READ_BYTES, '\0');
+    while (file.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) ||
+           file.gcount() > 0) {
+        reader.Feed(std::string_view(buffer.data(), static_cast<size_t>(file.gcount())));
+    }
+    reader.Finish();
 }
 
 void PrintDevice(DeviceRun& run) {
@@ -69,20 +87,23 @@ void PrintDevice(DeviceRun& run) {
 }  // namespace
 
 std::optional<uint64_t> CountSamples(const std::string& path) {
-    RecordReader reader([](const SampleRecord&) {});
     std::ifstream file(path, std::ios::binary);
-    std::string buffer(FIRST_KEY.size(), '\0');
-    file.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    if (buffer != FIRST_KEY) {
+    if (!file.is_open()) {
+        return std::nullopt;
+    }
+    if (IsCpuProfile(path)) {
+        ProfileSampleCounter counter;
+        FeedAll(file, counter);
+        return counter.Samples();
+    }
+    std::string first(FIRST_KEY.size(), '\0');
+    file.read(first.data(), static_cast<std::streamsize>(first.size()));
+    if (first != FIRST_KEY) {
         return std::nullopt;
     }
     file.seekg(0);
-    buffer.resize(READ_BYTES);
-    while (file.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) ||
-           file.gcount() > 0) {
-        reader.Feed(std::string_view(buffer.data(), static_cast<size_t>(file.gcount())));
-    }
-    reader.Finish();
+    RecordReader reader([](const SampleRecord&) {});
+    FeedAll(file, reader);
     return reader.Records();
 }
 

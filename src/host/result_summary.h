@@ -16,7 +16,8 @@ namespace tiv::host {
 void PrintSummary(const std::string& directory,
                   const std::vector<std::unique_ptr<DeviceRun>>& runs);
 
-// Samples in one file; no value when it does not begin as a file of sample records.
+// Samples in one file: the records of a /proc sampler, or the samples of the CPU profile, which is
+// known by its name. No value for any other file. Memory does not grow with the file.
 std::optional<uint64_t> CountSamples(const std::string& path);
 
 }  // namespace tiv::host
