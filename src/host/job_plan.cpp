@@ -11,11 +11,14 @@ namespace tiv::host {
 namespace {
 
 constexpr int MAX_DEVICE_ID = 63;
-// Sampling below 100 ms is raised to it by the daemon, and periods from 4295 ms on are cut to
-// 32 bits of nanoseconds there: neither would be what was asked for.
 constexpr size_t MAX_CTRL_CPU_EVENTS = 8;
+// Sampling of /proc below 100 ms is raised to it by the daemon, and periods from 4295 ms on are cut
+// to 32 bits of nanoseconds there; the recorder of the control CPU is asked for whole Hz. What is
+// outside would not be what was asked for.
 constexpr int64_t MIN_INTERVAL_MS = 100;
 constexpr int64_t MAX_INTERVAL_MS = 4294;
+constexpr int64_t MIN_RECORD_INTERVAL_MS = 1;
+constexpr int64_t MAX_RECORD_INTERVAL_MS = 1000;
 
 // The device looks for "0x" somewhere in an event and splits its command at blanks.
 bool IsCpuEvent(const std::string& event) {
@@ -43,6 +46,18 @@ std::string CheckEvents(const CollectOptions& options) {
     return "";
 }
 
+std::string CheckInterval(const CollectOptions& options) {
+    const bool records = !options.ctrlCpuEvents.empty();
+    const bool samples = options.cpu || options.memory || options.processes || !records;
+    const int64_t least = samples ? MIN_INTERVAL_MS : MIN_RECORD_INTERVAL_MS;
+    const int64_t most = records ? MAX_RECORD_INTERVAL_MS : MAX_INTERVAL_MS;
+    const int64_t interval = options.interval.count();
+    return interval >= least && interval <= most
+               ? ""
+               : fmt::format("--interval {}ms is out of range: {}ms to {}ms", interval, least,
+                             most);
+}
+
 std::string CheckOptions(const CollectOptions& options) {
     if (options.devices.empty()) {
         return "no device named: add --device N";
@@ -57,12 +72,8 @@ std::string CheckOptions(const CollectOptions& options) {
             return fmt::format("--device {} is named twice: name each device once", device);
         }
     }
-    const int64_t interval = options.interval.count();
-    if (interval < MIN_INTERVAL_MS || interval > MAX_INTERVAL_MS) {
-        return fmt::format("--interval {}ms is out of range: {}ms to {}ms", interval,
-                           MIN_INTERVAL_MS, MAX_INTERVAL_MS);
-    }
-    return CheckEvents(options);
+    const std::string error = CheckInterval(options);
+    return error.empty() ? CheckEvents(options) : error;
 }
 
 // The samplers of /proc: the daemon runs each of them once for the whole system.

@@ -85,6 +85,34 @@ TEST(JobPlan, IntervalOutsideTheDaemonsRangeIsRefused) {
     EXPECT_EQ(MakeJobPlan(options, "base").error, "");
 }
 
+TEST(JobPlan, RecorderAloneTakes1To1000Milliseconds) {
+    CollectOptions options = OnDevices({0});
+    options.ctrlCpuEvents = {"0x11"};
+    for (const int interval : {0, 1001}) {
+        options.interval = std::chrono::milliseconds(interval);
+        EXPECT_EQ(MakeJobPlan(options, "base").error,
+                  "--interval " + std::to_string(interval) + "ms is out of range: 1ms to 1000ms");
+    }
+    for (const int interval : {1, 1000}) {
+        options.interval = std::chrono::milliseconds(interval);
+        EXPECT_EQ(MakeJobPlan(options, "base").error, "");
+        EXPECT_EQ(MakeJobPlan(options, "base").jobs[0].params.cpu_sampling_interval, interval);
+    }
+}
+
+TEST(JobPlan, RecorderBesideASamplerTakes100To1000Milliseconds) {
+    CollectOptions options = OnDevices({0});
+    options.ctrlCpuEvents = {"0x11"};
+    options.processes = true;
+    for (const int interval : {99, 1001}) {
+        options.interval = std::chrono::milliseconds(interval);
+        EXPECT_EQ(MakeJobPlan(options, "base").error,
+                  "--interval " + std::to_string(interval) + "ms is out of range: 100ms to 1000ms");
+    }
+    options.interval = std::chrono::milliseconds(100);
+    EXPECT_EQ(MakeJobPlan(options, "base").error, "");
+}
+
 TEST(JobPlan, DeviceNumbersAre0To63AndNamedOnce) {
     EXPECT_EQ(MakeJobPlan(OnDevices({64}), "b").error,
               "--device 64 is out of range: devices are numbered 0 to 63");

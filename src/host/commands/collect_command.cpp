@@ -77,7 +77,10 @@ void CollectCommand::DeclareSamplers(CLI::App& collect) {
 }
 
 void CollectCommand::DeclareCourse(CLI::App& collect) {
-    collect.add_option("--interval", interval_, "Time between two samples: 100ms to 4294ms")
+    collect
+        .add_option("--interval", interval_,
+                    "Time between two samples: 100ms to 4294ms; with --ctrl-cpu 1s at most, and "
+                    "from 1ms on when it is alone")
         ->check(CLI::Validator(CheckDuration, ""))
         ->capture_default_str();
     collect.add_option("--output", options_.output, "Where the result directory is made")
