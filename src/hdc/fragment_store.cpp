@@ -78,16 +78,24 @@ bool FragmentStore::Reserve(size_t bytes, bool isLast) {
     } else if (!isLast) {
         wanted = std::max(bytes, expectedLength);
     }
-    // Not IdeXrmalloc: it zeroes the new block and copies the old one, and a large block grows in
-    // place here. IdeXfree is the counterpart of both.
-    void* grown = realloc(data_, wanted);
+    // What is reserved beyond the bytes at hand may be refused; they themselves may not.
+    if (Grow(wanted) || (wanted > bytes && Grow(bytes))) {
+        return true;
+    }
+    TIV_LOGE("ran out of memory while trying to allocate %lu bytes",
+             static_cast<unsigned long>(bytes));
+    return false;
+}
+
+// Not IdeXrmalloc: it zeroes the new block and copies the old one, and a large block grows in place
+// here. IdeXfree is the counterpart of both.
+bool FragmentStore::Grow(size_t capacity) {
+    void* const grown = realloc(data_, capacity);
     if (grown == nullptr) {
-        TIV_LOGE("ran out of memory while trying to allocate %lu bytes",
-                 static_cast<unsigned long>(wanted));
         return false;
     }
     data_ = static_cast<char*>(grown);
-    capacity_ = wanted;
+    capacity_ = capacity;
     return true;
 }
 

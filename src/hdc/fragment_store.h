@@ -41,6 +41,7 @@ class FragmentStore {
     [[nodiscard]] bool HasRoomInLength(uint32_t len) const;
     [[nodiscard]] bool CanMerge(void* const* recvBuf, const uint32_t* recvLen) const;
     [[nodiscard]] bool Reserve(size_t bytes, bool isLast);
+    [[nodiscard]] bool Grow(size_t capacity);
     void Trim();
 
     char* data_ = nullptr;

@@ -66,6 +66,33 @@ TEST_F(FragmentStoring, RefusedMergeLeavesNothingBehind) {
     EXPECT_EQ(LiveMallocBlocks(), blocks);
 }
 
+TEST_F(FragmentStoring, ReserveThatIsRefusedLeavesTheBytesTheirRoom) {
+    const std::string first = Pattern(3000);
+    const std::string second = Pattern(1000);
+    ASSERT_TRUE(Store(Fragment(first, false)));
+    const FailingMalloc failing(5000);
+
+    ASSERT_TRUE(Store(Fragment(second, true)));
+
+    EXPECT_EQ(failing.Failed(), 1U);
+    ASSERT_EQ(store.Merge(&buffer, &length), 0);
+    EXPECT_TRUE(std::string(static_cast<char*>(buffer), length) == first + second);
+    IdeXfree(buffer);
+    EXPECT_EQ(log.CountOf('E'), 0U);
+}
+
+TEST_F(FragmentStoring, BytesThatFindNoRoomAreNamed) {
+    ASSERT_TRUE(Store(Fragment(Pattern(3000), false)));
+    const FailingMalloc failing(4000, 0, 2);
+    const std::string second = Fragment(Pattern(1000), true);
+
+    EXPECT_FALSE(store.Store(second.data(), second.size()));
+
+    EXPECT_EQ(failing.Failed(), 2U);
+    EXPECT_THAT(log.Texts('E'), ElementsAre("ran out of memory while trying to allocate 4000 bytes",
+                                            "Ide Xrmalloc Failed"));
+}
+
 TEST_F(FragmentStoring, PassLengthCountsFromTheBeginOfAPass) {
     ASSERT_TRUE(Store(Fragment("abc", false)));
     EXPECT_EQ(store.PassLength(), 3U);
