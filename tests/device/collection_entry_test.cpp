@@ -6,7 +6,6 @@
 
 #include "device/device_fixture.h"
 #include "device/receiver.h"
-#include "device/task_manager.h"
 #include "device/task_relationship_mgr.h"
 #include "message/codec.h"
 #include "support/failing_new.h"
@@ -21,7 +20,8 @@ namespace {
 
 using analysis::rokt::ProfileFileChunk;
 using analysis::rokt::device::CollectionEntry;
-using analysis::rokt::device::TaskManager;
+using analysis::rokt::device::Receiver;
+using analysis::rokt::message::StatusInfo;
 using Analysis::Rokt::TaskHandle::TaskRelationshipMgr;
 using analysis::rokt::transport::Uploader;
 using analysis::rokt::transport::UploaderMgr;
@@ -57,6 +57,17 @@ class Handshake : public DeviceTest {
         std::shared_ptr<Uploader> uploader;
         UploaderMgr::Instance().GetUploader(jobId, uploader);
         return uploader;
+    }
+
+    // Starts the end of the entry, which then waits for `session` to let its reply go.
+    std::thread HoldTheEnd() {
+        OpenControl(session, "job");
+        session->HoldSends(true);
+        session->Push(Encode(JobStart(ContextText("5", "job"), "{}")));
+        EXPECT_TRUE(session->WaitForHeldSend());
+        std::thread end([this] { EXPECT_EQ(entry.Uninit(), 0); });
+        EXPECT_TRUE(log.WaitFor('I', "Receiver Unint"));
+        return end;
     }
 
     CollectionEntry& entry = CollectionEntry::Instance();
@@ -113,6 +124,20 @@ TEST_F(Handshake, HostNumber64IsRefusedWithoutWordsAndThenCloses) {
 
     ExpectRefusal(session, "");
     EXPECT_TRUE(log.Has('E', "[HandleCtrlSession]hostId: 64 is not valid!"));
+    EXPECT_TRUE(session->Closed());
+}
+
+TEST_F(Handshake, RefusedHostNumberIsNotRelated) {
+    EXPECT_EQ(Handle(session, CtrlHandshake("job", 64, "")), -1);
+
+    EXPECT_EQ(TaskRelationshipMgr::Instance().GetDevIdByHostId(64), 64);
+}
+
+TEST_F(Handshake, ControlSessionWithoutAJobIdKeepsNobodyOut) {
+    EXPECT_EQ(OpenControl(session, ""), 0);
+
+    EXPECT_EQ(OpenControl(NewSession(), ""), 0);
+
     EXPECT_TRUE(session->Closed());
 }
 
@@ -223,6 +248,26 @@ TEST_F(Handshake, ReceiverWithoutAThreadIsForgottenAndRefusedInTheEnd) {
     EXPECT_EQ(OpenControl(NewSession(), "next"), 0);
 }
 
+TEST_F(Handshake, ReceiverThatTookThePlaceOfOneWithoutAThreadStays) {
+    const auto other = std::make_shared<Receiver>(NewSession());
+    ASSERT_EQ(other->Init(2), 0);
+    std::thread second;
+    FakeMm::Instance().calls.OnCall([&](const Call& call) {
+        if (call.function == "mmCreateTaskWithThreadAttr") {
+            FakeMm::Instance().calls.OnCall({});
+            second = std::thread([&] { entry.AddReceiver("system-wide", "job", 2, other); });
+            EXPECT_TRUE(log.WaitFor(
+                'I', "devModeKey:2_system-wide, jobId:job Entering AddModeJobIdRelation..."));
+        }
+    });
+    FakeMm::Instance().calls.Return("mmCreateTaskWithThreadAttr", 11);
+
+    EXPECT_EQ(OpenControl(session, "job"), -1);
+    second.join();
+
+    EXPECT_EQ(entry.GetReceiver("job", 2), other);
+}
+
 TEST_F(Handshake, ReceiverThatDoesNotFitInMemoryIsRefused) {
     const std::string value = Encode(CtrlHandshake("job", 5, ""));
     // The first look-up of a message's type builds tables; later ones allocate little.
@@ -249,9 +294,16 @@ TEST_F(Handshake, AcceptedDataSessionAnswersThroughItsQueue) {
 }
 
 TEST_F(Handshake, UploaderThreadIsNamedAfterItsJob) {
-    EXPECT_EQ(OpenData(session, "job"), 0);
+    const std::string line = "New thread QTRX_Upld_a-long-job-id begins to run";
 
-    EXPECT_TRUE(log.WaitFor('I', "New thread QTRX_Upld_job begins to run"));
+    EXPECT_EQ(OpenData(session, "a-long-job-id"), 0);
+    ASSERT_TRUE(log.WaitFor('I', line));
+
+    // The system keeps 15 bytes.
+    const std::vector<LogLine> lines = log.Lines();
+    const auto begins = std::find_if(lines.begin(), lines.end(),
+                                     [&](const LogLine& entered) { return entered.text == line; });
+    EXPECT_EQ(begins->thread, "QTRX_Upld_a-lon");
 }
 
 TEST_F(Handshake, ResponseOfADataSessionComesBeforeItsChunks) {
@@ -300,6 +352,22 @@ TEST_F(Handshake, DataSessionChecksItsModeAndJobId) {
     EXPECT_TRUE(log.Has('E', "[HandleDataSession]jobID is invalid!"));
 }
 
+TEST_F(Handshake, DataSessionChecksItsJobIdFirst) {
+    EXPECT_EQ(OpenData(session, "a_b", "abc"), -1);
+
+    EXPECT_TRUE(log.Has('E', "[HandleDataSession]jobID is invalid!"));
+    EXPECT_FALSE(log.Has('E', "[HandleDataSession]profilingMode is invalid!"));
+}
+
+TEST_F(Handshake, DeviceNumberOfADataSessionIsNotLookedAt) {
+    const auto handshake = DataHandshake("job", "");
+    handshake->set_devid(64);
+
+    EXPECT_EQ(Handle(session, handshake), 0);
+
+    ExpectSuccess(session);
+}
+
 TEST_F(Handshake, NullUploaderIsRefused) {
     EXPECT_EQ(entry.HandleDataSession(nullptr, *DataHandshake("job", ""), 2), -1);
 }
@@ -345,13 +413,8 @@ TEST_F(Handshake, UninitEndsLiveSessionsOfBothKinds) {
 }
 
 TEST_F(Handshake, HandshakeDuringTheEndIsRefusedLikeOneBeforeTheStart) {
-    OpenControl(session, "job");
-    session->HoldSends(true);
-    session->Push(Encode(JobStart(ContextText("5", "job"), "{}")));
-    ASSERT_TRUE(session->WaitForHeldSend());
+    std::thread end = HoldTheEnd();
 
-    std::thread end([this] { EXPECT_EQ(entry.Uninit(), 0); });
-    ASSERT_TRUE(log.WaitFor('I', "Receiver Unint"));
     const Session late = NewSession();
     EXPECT_EQ(OpenControl(late, "late", "system-wide"), -1);
     session->HoldSends(false);
@@ -359,6 +422,33 @@ TEST_F(Handshake, HandshakeDuringTheEndIsRefusedLikeOneBeforeTheStart) {
 
     EXPECT_TRUE(log.Has('E', "Collection Entry was not inited."));
     EXPECT_TRUE(late->Sent().empty());
+}
+
+TEST_F(Handshake, ControlSessionThatPassedBeforeTheEndIsNotFiled) {
+    std::thread end = HoldTheEnd();
+    const Session late = NewSession();
+
+    auto receiver = std::make_shared<Receiver>(late);
+    StatusInfo status;
+    EXPECT_EQ(
+        entry.HandleCtrlSession(receiver, *CtrlHandshake("late", 5, "system-wide"), status, 2), 0);
+    EXPECT_EQ(entry.GetReceiver("late", 2), nullptr);
+    receiver.reset();
+
+    EXPECT_TRUE(late->Closed());
+    session->HoldSends(false);
+    end.join();
+}
+
+TEST_F(Handshake, DataSessionThatPassedBeforeTheEndIsNotKept) {
+    std::thread end = HoldTheEnd();
+
+    const auto uploader = std::make_shared<Uploader>(NewSession());
+    EXPECT_EQ(entry.HandleDataSession(uploader, *DataHandshake("late", ""), 2), 0);
+
+    EXPECT_EQ(FindUploader("late"), nullptr);
+    session->HoldSends(false);
+    end.join();
 }
 
 TEST_F(Handshake, ControlRequestsAreServedOneAfterTheOther) {

@@ -19,6 +19,15 @@ using analysis::rokt::message::StatusInfo;
 constexpr const char* SAMPLE_NOTHING = R"({"job_id":"job"})";
 constexpr const char* SAMPLE_PIDS = R"({"job_id":"job","pid_profiling":"on"})";
 
+// Brings no engine.
+class EnginelessTask : public ProfJobHandler {
+ public:
+    int InitEngine(StatusInfo& status) override {
+        status.info = "no engine here";
+        return 7;
+    }
+};
+
 class JobTask : public DeviceTest {
  protected:
     JobTask() {
@@ -98,6 +107,15 @@ TEST_F(JobTask, SecondJobStartIsRefusedAndTheJobRunsOn) {
     EXPECT_TRUE(log.Has('E', "InitEngine failed"));
 
     EXPECT_EQ(StopReplay(), 0);
+}
+
+TEST_F(JobTask, EngineIsMadeByTheMostDerivedTask) {
+    EnginelessTask engineless;
+
+    EXPECT_EQ(engineless.OnJobStart(JobStart("", SAMPLE_NOTHING), status), -1);
+
+    EXPECT_EQ(status.info, "no engine here");
+    EXPECT_TRUE(log.Has('E', "InitEngine failed"));
 }
 
 TEST_F(JobTask, EngineThatDoesNotFitInMemoryIsReported) {
@@ -277,6 +295,18 @@ TEST_F(JobTask, ReplayRunsAnyNumberOfTimesWithinAJob) {
     EXPECT_EQ(StopReplay(), 0);
 
     EXPECT_EQ(task.OnJobEnd(status), 0);
+}
+
+TEST_F(JobTask, SecondReplayStartWithoutAStopEndsTheTask) {
+    const auto data = FileUploader("job");
+    StartJob(SAMPLE_PIDS);
+    EXPECT_EQ(StartReplay(), 0);
+
+    EXPECT_EQ(StartReplay(), -1);
+
+    EXPECT_EQ(status.info, "");
+    EXPECT_TRUE(log.Has('I', "ResetTask begin, _is_started:1"));
+    EXPECT_EQ(data.use_count(), 1);
 }
 
 TEST_F(JobTask, NullReplayStopIsNamedBeforeTheStateAndResets) {

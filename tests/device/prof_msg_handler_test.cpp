@@ -132,6 +132,20 @@ TEST_F(Handlers, JobIdWithUnderscoreOrDotGetsNoReply) {
     EXPECT_TRUE(session->Sent().empty());
 }
 
+TEST_F(Handlers, EmptyJobIdIsIllegal) {
+    Start(ContextText("0", ""));
+
+    EXPECT_TRUE(log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.job_id: is illegal"));
+    EXPECT_FALSE(HasTask("0_"));
+}
+
+TEST_F(Handlers, DeviceIsCheckedBeforeTheJobId) {
+    Start(ContextText("64", "a_b"));
+
+    EXPECT_TRUE(log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.dev_id:64 is not valid!"));
+    EXPECT_FALSE(log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.job_id:a_b is illegal"));
+}
+
 TEST_F(Handlers, OnlyJobStartChecksTheIdentity) {
     const std::string odd = ContextText("99", "a_b");
 
@@ -171,6 +185,27 @@ TEST_F(Handlers, ReplyGoesToTheTasksOwnDevice) {
 
     ASSERT_EQ(onDevice2->Sent().size(), 1u);
     EXPECT_TRUE(AnswerOf(onDevice2->Sent().at(0)).success);
+}
+
+TEST_F(Handlers, EveryReplyGoesToTheTasksOwnDeviceAndIsLogged) {
+    const auto onDevice2 = FileReceiver("mapped", 2);
+    const auto data = FileUploader("mapped");
+    TaskRelationshipMgr::Instance().AddRelation(5, 2);
+    const std::string mapped = ContextText("5", "mapped");
+
+    Start(mapped, R"({"job_id":"mapped","pid_profiling":"on"})");
+    StartReplay(mapped);
+    StopReplay(mapped);
+    Stop(mapped);
+
+    ASSERT_EQ(onDevice2->Sent().size(), 4u);
+    analysis::rokt::message::StatusInfo success;
+    success.status = 0;
+    const std::string rest = ", status=" + success.ToString() + ", devIndexId=2, ret=" +
+                             std::to_string(onDevice2->Sent().at(0).size());
+    for (const char* start : {"Reply job start", "Reply start", "Stop", "Reply job stop"}) {
+        EXPECT_TRUE(log.Has('I', start + rest)) << start;
+    }
 }
 
 TEST_F(Handlers, SecondJobStartIsRefusedAndTheFirstRunsOn) {

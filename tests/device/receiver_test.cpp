@@ -152,6 +152,22 @@ TEST_F(ReceiverThread, LostSessionEndsItsTasks) {
     EXPECT_TRUE(receiver->IsQuit());
 }
 
+TEST_F(ReceiverThread, LostSessionCountsAsAliveUntilItsTasksHaveEnded) {
+    const auto data = FileUploader("job");
+    StartReceiver();
+    session->Push(Encode(JobStart(ContextText("0", "job"), R"({"job_id":"job"})")));
+    ASSERT_TRUE(session->WaitForSent(1));
+    data->HoldSends(true);
+
+    session->ClosePeer();
+    ASSERT_TRUE(data->WaitForHeldSend());
+    EXPECT_FALSE(receiver->IsQuit());
+    data->HoldSends(false);
+
+    ASSERT_TRUE(log.WaitFor('I', "Receiver end, devId:0, devIdOnHost:0"));
+    EXPECT_TRUE(receiver->IsQuit());
+}
+
 TEST_F(ReceiverThread, RefusalOfAContainerEndsTheSessionLikeALoss) {
     StartReceiver();
 
@@ -194,6 +210,16 @@ TEST_F(ReceiverThread, UninitClosesTheSessionAndJoins) {
     EXPECT_TRUE(log.Has('I', "Receiver end, devId:0, devIdOnHost:0"));
     EXPECT_EQ(session->Closes(), 1);
     EXPECT_EQ(receiver->GetTransport(), nullptr);
+}
+
+TEST_F(ReceiverThread, UninitForgetsDeviceAndHandlers) {
+    ASSERT_EQ(receiver->Init(3), 0);
+    receiver->Uninit();
+
+    receiver->Run({});
+
+    EXPECT_TRUE(log.Has('I', "Receiver begin, devId:-1, devIdOnHost:-1"));
+    EXPECT_TRUE(log.Has('E', "Receiver is not inited."));
 }
 
 TEST_F(ReceiverThread, SecondUninitClosesNothing) {

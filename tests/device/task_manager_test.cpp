@@ -66,6 +66,16 @@ TEST_F(TaskTable, TaskRunsOnTheDeviceBehindTheHostNumber) {
     EXPECT_EQ(tasks.CreateTask(6, "6_job", transport)->GetDevId(), 6);
 }
 
+TEST_F(TaskTable, TaskDeliversUnderTheHostsNumber) {
+    TaskRelationshipMgr::Instance().AddRelation(5, 2);
+    tasks.CreateTask(5, "5_job", transport);
+    ASSERT_TRUE(StartTask("5_job"));
+
+    tasks.ConnectionReset(transport);
+
+    EXPECT_TRUE(Logged('I', "Entering device(5) FinishCollection...jobId:job"));
+}
+
 TEST_F(TaskTable, NullTransportIsRefusedFirst) {
     tasks.Uninit();
 
