@@ -2,10 +2,13 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <chrono>
 #include <new>
+#include <thread>
 
 #include "config/config_manager.h"
 #include "device/engine_fixture.h"
+#include "support/failing_new.h"
 #include "support/fake_driver.h"
 #include "support/fake_mm.h"
 
@@ -37,6 +40,18 @@ class EngineReplay : public EngineTest {
         };
     }
 
+    // False when the data of device 3's channel 8 has not been taken within ten seconds.
+    static bool ChannelIsRead() {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (FakeDriver::Instance().PendingChannelBytes(3, 8) != 0) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
     std::vector<std::string> children;
 };
 
@@ -65,11 +80,26 @@ TEST_F(EngineReplay, ReplayNeedsAStartedCollection) {
     EXPECT_EQ(status.status, 1);
 }
 
+TEST_F(EngineReplay, ContextThatDoesNotFitInMemoryFailsTheReplayWithoutItsEvents) {
+    StartCollect();
+    const CollectEngine::EventList events = Events({"0x11"});
+    log.SetLevel(DLOG_ERROR);
+    {
+        const FailingNew failing(0);
+        EXPECT_EQ(engine.ReplayStart(events, status, nullptr), -1);
+    }
+
+    EXPECT_TRUE(log.Has('E', "make shared failed, message: std::bad_alloc"));
+    EXPECT_EQ(status.status, 1);
+    EXPECT_EQ(events.use_count(), 1);
+}
+
 TEST_F(EngineReplay, ControlEventWithout0xIsRefused) {
     StartCollect();
 
     EXPECT_EQ(engine.ReplayStart(Events({"11"}), status, nullptr), -1);
 
+    EXPECT_EQ(status.status, 1);
     EXPECT_EQ(status.info, "[CollectStart] pmu event is not valid.");
     EXPECT_TRUE(log.Has('E', "[CheckPmuEventIsValid]ctrlCpuEvent is not valid!"));
     EXPECT_TRUE(log.Has('E', "[CollectStart] pmu event is not valid."));
@@ -145,6 +175,18 @@ TEST_F(EngineReplay, LlcEventsReachTheChannelJob) {
     EXPECT_EQ(starts[0].devId, 3u);
     EXPECT_EQ(starts[0].channelId, 8u);
     EXPECT_EQ(starts[0].userData, std::string("\x14\0\0\0\x02\0\0\0", 8));
+}
+
+TEST_F(EngineReplay, ChannelDataArrivesUnderTheNameOfItsTag) {
+    const auto data = FileUploader("job");
+    StartCollect(SAMPLE_LLC);
+    ASSERT_EQ(engine.ReplayStart(nullptr, status, Events({"read"})), 0);
+    FakeDriver::Instance().PushChannelData(3, 8, "x");
+    ASSERT_TRUE(ChannelIsRead());
+
+    EXPECT_EQ(engine.CollectStop(status), 0);
+
+    EXPECT_EQ(data->Sent().at(0), "chunk data/llc.data.null job.5");
 }
 
 TEST_F(EngineReplay, LlcEventsReachTheScriptJobOnPlatformType0) {

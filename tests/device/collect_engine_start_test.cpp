@@ -94,6 +94,17 @@ TEST_F(EngineStart, JobIdOfHalfAMillionComponentsIsRefused) {
     EXPECT_EQ(status.info, "Failed to create tmp root result directory.");
 }
 
+TEST_F(EngineStart, SecondStartThatFailsEndsTheStartedState) {
+    EXPECT_EQ(StartCollect(), 0);
+
+    EXPECT_EQ(StartCollect("nonsense"), -1);
+    EXPECT_EQ(status.status, 1);
+
+    EXPECT_EQ(StartReplay(), -1);
+    EXPECT_EQ(status.info, "collection engine has not been started");
+    Analysis::Rokt::JobWrapper::ProfChannelManager::Instance().UnInit(true);
+}
+
 TEST_F(EngineStart, RefusedJobDirectoryIsReported) {
     FakeMm::Instance().calls.Replace({});
     FakeMm::Instance().calls.Fail("mmMkdir", -1, EACCES, -1);

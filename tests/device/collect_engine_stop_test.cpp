@@ -110,6 +110,14 @@ TEST_F(EngineStop, StopWithoutParametersIsRefused) {
     EXPECT_TRUE(log.Has('E', "[CollectStop]Config is null"));
 }
 
+TEST_F(EngineStop, StopWithoutAStartOnlyEndsTheDataSession) {
+    EXPECT_EQ(engine.CollectStop(status), 0);
+
+    EXPECT_EQ(status.status, 0);
+    EXPECT_FALSE(log.Has('I', "stop collect ..."));
+    EXPECT_TRUE(log.Has('I', "Entering device(5) FinishCollection...jobId:"));
+}
+
 TEST_F(EngineStop, FailedFinishStillRunsEveryStepOfTheStop) {
     const auto data = FileUploader("job");
     StartCollect();

@@ -171,6 +171,7 @@ TEST_F(JobTask, NineEventsOfAKindEndTheTask) {
     AddEvents(request->mutable_llc_events(), 1);
 
     EXPECT_EQ(task.Start(request, status), -1);
+    EXPECT_EQ(status.status, 1);
     EXPECT_EQ(status.info, "[Start] pmu event size is not valid!");
     EXPECT_TRUE(log.Has('E', "llc_events_size(9) is not valid!"));
     EXPECT_TRUE(log.Has('E', "Start pmu event size is not valid"));
@@ -178,6 +179,39 @@ TEST_F(JobTask, NineEventsOfAKindEndTheTask) {
 
     EXPECT_EQ(StopReplay(), -1);
     EXPECT_EQ(status.info, "Profiling is not started on device");
+}
+
+TEST_F(JobTask, EventsOfATaskThatIsNotStartedAreNotCounted) {
+    const auto request = EightOfEach();
+    AddEvents(request->mutable_llc_events(), 1);
+
+    EXPECT_EQ(task.Start(request, status), -1);
+
+    EXPECT_EQ(status.info, "Profiling is not started on device");
+    EXPECT_FALSE(log.Has('E', "llc_events_size(9) is not valid!"));
+}
+
+TEST_F(JobTask, EventsAreCountedBeforeTheEngineIsLookedFor) {
+    StartJob();
+    task.OnConnectionReset();
+
+    EXPECT_EQ(task.Start(nullptr, status), -1);
+
+    EXPECT_EQ(status.info, "[Start] pmu event size is not valid!");
+}
+
+TEST_F(JobTask, EventsOfBothKindsReachTheirOwnChecks) {
+    const auto ctrl = ReplayStart("");
+    *ctrl->mutable_ctrl_cpu_events()->Add() = "11";
+    const auto llc = ReplayStart("");
+    *llc->mutable_llc_events()->Add() = "a.b";
+
+    StartJob();
+    EXPECT_EQ(task.Start(ctrl, status), -1);
+    EXPECT_TRUE(log.Has('E', "[CheckPmuEventIsValid]ctrlCpuEvent is not valid!"));
+    StartJob();
+    EXPECT_EQ(task.Start(llc, status), -1);
+    EXPECT_TRUE(log.Has('E', "llc events is invalid.a.b"));
 }
 
 TEST_F(JobTask, EventCountsAreCheckedInOrderAndTheFirstFailureSpeaks) {
@@ -313,6 +347,7 @@ TEST_F(JobTask, NullReplayStopIsNamedBeforeTheStateAndResets) {
     StartJob();
 
     EXPECT_EQ(task.End(nullptr, status), -1);
+    EXPECT_EQ(status.status, 1);
     EXPECT_EQ(status.info, "StopReq message is nullptr");
     EXPECT_TRUE(log.Has('I', "receive end"));
     EXPECT_TRUE(log.Has('E', "End message is nullptr"));
@@ -371,6 +406,8 @@ TEST_F(JobTask, ResetStopsTheJobAndKeepsTheStartedState) {
 
     EXPECT_EQ(task.OnConnectionReset(), -1);
     EXPECT_TRUE(log.Has('E', "OnConnectionReset engine is null"));
+    EXPECT_EQ(task.OnJobEnd(status), -1);
+    EXPECT_EQ(status.info, "Profiling is not started on device");
 }
 
 TEST_F(JobTask, RequestsToATaskWhoseEngineWasResetNameTheEngine) {
