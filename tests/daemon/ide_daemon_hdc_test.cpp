@@ -191,18 +191,21 @@ TEST(RegisterDevices, FailedUnlockIsLoggedAndPosts) {
     EXPECT_TRUE(RecordedLog::Instance().Has('I', "notify 1 device up"));
 }
 
-TEST(RegisterDevices, CallbacksGetCountAndList) {
+TEST(RegisterDevices, EachCallbackGetsCountAndList) {
     std::vector<uint32_t> seen;
-    Info().notifyCallbacks.push_back([&seen](uint32_t devNum, const uint32_t* ids) {
+    const auto callback = [&seen](uint32_t devNum, const uint32_t* ids) {
         seen.push_back(devNum);
         seen.push_back(ids[0]);
-    });
+    };
+    Info().notifyCallbacks = {callback, callback};
     const uint32_t id = 9;
 
     IdeDaemonHdcRegisterDevices(1, &id);
 
-    EXPECT_EQ(seen, (std::vector<uint32_t>{1, 9}));
-    EXPECT_TRUE(RecordedLog::Instance().Has('I', "register 1 notify callbacks 0"));
+    EXPECT_EQ(seen, (std::vector<uint32_t>{1, 9, 1, 9}));
+    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+              (std::vector<std::string>{"register 1 notify callbacks 0",
+                                        "register 1 notify callbacks 1", "notify 1 device up"}));
 }
 
 TEST(RegisterDevices, KnownRecordsAreLeftAlone) {

@@ -129,9 +129,11 @@ TEST_F(HdcWriting, FailedMessageAllocationIsReported) {
     driver.calls.Add({"drvHdcAllocMsg", {}, 0, 1, {}, {}, 0, {}, true});
 
     EXPECT_EQ(Write("abc"), -1);
-    EXPECT_TRUE(log.Has('E', "Hdc Alloc Msg, error: 12"));
     EXPECT_EQ(Write("abc"), -1);
-    EXPECT_TRUE(log.Has('E', "Hdc Alloc Msg, error: 0"));
+
+    EXPECT_THAT(log.Texts('E'), ElementsAre("Hdc Alloc Msg, error: 12", "Hdc Alloc Msg, error: 0"));
+    EXPECT_EQ(driver.calls.Count("drvHdcAddMsgBuffer"), 0U);
+    EXPECT_EQ(driver.calls.Count("drvHdcFreeMsg"), 0U);
 }
 
 TEST_F(HdcWriting, FailedAddEndsTheWrite) {
