@@ -118,7 +118,20 @@ void ChannelPoll::DispatchChannel(uint32_t devId, uint32_t channelId) {
         return;
     }
     reader->SetSchedulingStatus(true);
-    (void)pool->Dispatch(reader);
+    if (!Enqueue(reader)) {
+        reader->SetSchedulingStatus(false);
+    }
+}
+
+// A dispatch that comes to nothing must not count: nobody would end it, and after three of them the
+// channel would never be read again.
+bool ChannelPoll::Enqueue(const std::shared_ptr<ChannelReader>& reader) {
+    try {
+        return pool->Dispatch(reader) == 0;
+    } catch (const std::exception& error) {
+        TIV_LOGE("Dispatch failed, reason=%s", error.what());
+        return false;
+    }
 }
 
 void ChannelPoll::FlushDrvBuff() {
@@ -189,12 +202,7 @@ void ChannelPoll::DispatchPair(const ProfPollPair& pair, int result) {
     if (!JsonParser::Instance().GetChannelReporterSwitch(pair.channelId)) {
         return;
     }
-    try {
-        DispatchChannel(pair.devId, pair.channelId);
-    } catch (const std::exception& error) {
-        TIV_LOGE("Dispatch failed, device=%u channel=%u: %s", pair.devId, pair.channelId,
-                 error.what());
-    }
+    DispatchChannel(pair.devId, pair.channelId);
     ++dispatchChannelCount;
 }
 

@@ -58,6 +58,8 @@ class ChannelPoll : public analysis::rokt::common::thread::Thread {
     using ReaderMap = std::map<uint32_t, std::map<uint32_t, std::shared_ptr<ChannelReader>>>;
 
     std::shared_ptr<ChannelReader> FindReader(uint32_t devId, uint32_t channelId) EXCLUDES(mutex);
+    // False when the reader is in no queue.
+    bool Enqueue(const std::shared_ptr<ChannelReader>& reader);
     bool PollOnce(ProfPollPair* pairs);
     bool Idle();
     void DispatchPair(const ProfPollPair& pair, int result);

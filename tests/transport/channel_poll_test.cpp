@@ -1,10 +1,7 @@
-// Tests of the poll thread and the table of readers.
+// Tests of the poll thread and its workers.
 #include "transport/channel_poll.h"
 
-#include <gtest/gtest.h>
-
-#include "support/failing_new.h"
-#include "transport/channel_fixture.h"
+#include "transport/channel_poll_fixture.h"
 
 namespace tiv::test {
 namespace {
@@ -12,34 +9,6 @@ namespace {
 using analysis::rokt::transport::ChannelPoll;
 using analysis::rokt::transport::ChannelPoolThreadNum;
 using Texts = std::vector<std::string>;
-
-// Lets threads through once it is open.
-class Gate {
- public:
-    void Pass() {
-        MutexLock lock(mutex_);
-        while (!open_) {
-            changed_.Wait(mutex_);
-        }
-    }
-    void Open() {
-        MutexLock lock(mutex_);
-        open_ = true;
-        changed_.NotifyAll();
-    }
-
- private:
-    Mutex mutex_;
-    CondVar changed_;
-    bool open_ GUARDED_BY(mutex_) = false;
-};
-
-class ChannelPollTest : public ChannelFixture {
- protected:
-    void StartPoll() { EXPECT_EQ(poll.Start(), 0); }
-
-    ChannelPoll poll;
-};
 
 // --- workers ---
 
@@ -137,12 +106,40 @@ TEST_F(ChannelPollTest, IdlesOneMillisecondWhileNoChannelIsOpen) {
     EXPECT_TRUE(Log().Contains('V', "Dispatch count: 0, DispatchChannel count: 0"));
 }
 
+TEST_F(ChannelPollTest, CountsItsIdleSleeps) {
+    Driver().calls.Return("prof_channel_poll", -4, 2);
+    Driver().calls.Return("prof_channel_poll", -1);
+    StartPoll();
+    EXPECT_TRUE(Log().WaitFor('E', "Failed to poll channel"));
+
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_TRUE(Log().Has('V',
+                          "ChannelPoll count: 3, Sleep count: 2, Dispatch count: 0, "
+                          "DispatchChannel count: 0"));
+    EXPECT_EQ(Mm().Sleeps(), (std::vector<uint32_t>{1, 1}));
+}
+
 TEST_F(ChannelPollTest, QuitEndsTheIdleLoop) {
     StartPoll();
 
     poll.SetQuit();
 
     EXPECT_TRUE(Log().WaitFor('I', "Exit poll channel thread."));
+}
+
+TEST_F(ChannelPollTest, QuitThreadPollsNoMore) {
+    Driver().prof_channel_poll = [&](ProfPollPair*, int32_t, int32_t) {
+        poll.SetQuit();
+        return -4;
+    };
+    StartPoll();
+    EXPECT_TRUE(Log().WaitFor('I', "Exit poll channel thread."));
+
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_EQ(Driver().calls.Count("prof_channel_poll"), 1U);
+    EXPECT_EQ(Mm().calls.Count("mmSleep"), 0U);
 }
 
 TEST_F(ChannelPollTest, FailedPollEndsTheThreadAndStopStillJoins) {
@@ -188,6 +185,44 @@ TEST_F(ChannelPollTest, StartAfterStopPollsAgain) {
     StartPoll();
 
     EXPECT_TRUE(Driver().calls.WaitForCalls("prof_channel_poll", 2));
+}
+
+TEST_F(ChannelPollTest, CountsStartOverAfterAStop) {
+    for (int run = 0; run < 2; ++run) {
+        Driver().calls.Return("prof_channel_poll", -4);
+        Driver().calls.Return("prof_channel_poll", 1);
+        Driver().calls.Return("prof_channel_poll", -1);
+        Log().Clear();
+        StartPoll();
+        EXPECT_TRUE(Log().WaitFor('E', "Failed to poll channel"));
+
+        EXPECT_EQ(poll.Stop(), 0);
+
+        EXPECT_EQ(Log().Texts('V'), (Texts{"ChannelPoll count: 3, Sleep count: 1, Dispatch count: "
+                                           "1, DispatchChannel count: 1"}));
+    }
+}
+
+TEST_F(ChannelPollTest, StopEndsThePollingOfAnOpenChannel) {
+    OpenChannel();
+    StartPoll();
+    EXPECT_TRUE(Driver().calls.WaitForCalls("prof_channel_poll", 1));
+
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_TRUE(Log().Contains('V', "Sleep count: 0, "));
+    EXPECT_FALSE(Log().Has('I', "Exit poll channel thread."));
+}
+
+TEST_F(ChannelPollTest, PairsAreZeroBeforeTheFirstPoll) {
+    Driver().calls.Return("prof_channel_poll", 6);
+    Driver().calls.Return("prof_channel_poll", -1);
+    StartPoll();
+    EXPECT_TRUE(Log().WaitFor('E', "Failed to poll channel"));
+
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_EQ(Log().Count('W', "Failed to find devId:0, channel:0"), 6U);
 }
 
 TEST_F(ChannelPollTest, SecondStopDoesNothing) {
@@ -257,6 +292,7 @@ TEST_F(ChannelPollTest, ChannelWithItsReporterOffIsNotDispatched) {
     EXPECT_EQ(poll.Stop(), 0);
 
     EXPECT_FALSE(Log().Contains('W', "Failed to find devId"));
+    EXPECT_TRUE(Log().Has('D', "DispatchChannel devId: 2, channelID: 8, ret: 1"));
     EXPECT_TRUE(Log().Contains('V', "Dispatch count: 1, DispatchChannel count: 0"));
 }
 
@@ -299,6 +335,52 @@ TEST_F(ChannelPollTest, FourthDispatchOfABusyReaderIsSkipped) {
     EXPECT_EQ(Log().Count('I', "ChannelReader::Execute buffer size 4194304."), 3U);
 }
 
+TEST_F(ChannelPollTest, RefusedDispatchDoesNotCount) {
+    StartPoll();
+    EXPECT_EQ(poll.Stop(), 0);
+    auto reader = MakeReader();
+    poll.AddReader(DEVICE, CHANNEL, reader);
+
+    poll.DispatchChannel(DEVICE, CHANNEL);
+    poll.DispatchChannel(DEVICE, CHANNEL);
+    poll.DispatchChannel(DEVICE, CHANNEL);
+
+    EXPECT_FALSE(reader->IsBeyondScheduleLimit());
+}
+
+TEST_F(ChannelPollTest, DispatchWithoutMemoryDoesNotCount) {
+    Log().SetLevel(DLOG_ERROR);
+    auto reader = MakeReader();
+    StartPoll();
+    poll.AddReader(DEVICE, CHANNEL, reader);
+    size_t failed = 0;
+
+    // A worker's queue asks for memory at one of many pushes.
+    for (size_t dispatches = 1; failed == 0; ++dispatches) {
+        ASSERT_LE(dispatches, 512U);
+        failed = FailedDispatches();
+        ASSERT_TRUE(Driver().calls.WaitForCalls("prof_channel_read", dispatches - failed));
+    }
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_TRUE(Log().Has('E', "Dispatch failed, reason=std::bad_alloc"));
+    reader->SetSchedulingStatus(true);
+    reader->SetSchedulingStatus(true);
+    EXPECT_FALSE(reader->IsBeyondScheduleLimit());
+}
+
+TEST_F(ChannelPollTest, WorkerHasRoomFor8192Tasks) {
+    StartPoll();
+    poll.AddReader(DEVICE, CHANNEL, MakeReader());
+
+    for (size_t dispatches = 1; dispatches <= 500; ++dispatches) {
+        poll.DispatchChannel(DEVICE, CHANNEL);
+        ASSERT_TRUE(Driver().calls.WaitForCalls("prof_channel_read", dispatches));
+    }
+
+    EXPECT_TRUE(Log().Contains('I', "QueueName: QTRX_ChanPool_2, QueueCapacity:8192, "));
+}
+
 TEST_F(ChannelPollTest, StopLetsWorkersRunTheirQueuesEmpty) {
     StartPoll();
     poll.AddReader(DEVICE, CHANNEL, MakeReader());
@@ -309,109 +391,6 @@ TEST_F(ChannelPollTest, StopLetsWorkersRunTheirQueuesEmpty) {
     EXPECT_EQ(poll.Stop(), 0);
 
     EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 2U);
-}
-
-// --- the table of readers ---
-
-TEST_F(ChannelPollTest, NullReaderIsIgnored) {
-    poll.AddReader(DEVICE, CHANNEL, nullptr);
-
-    EXPECT_FALSE(Log().Has('I', "AddReader, devId:2, channel:8"));
-}
-
-TEST_F(ChannelPollTest, AddedReaderIsSaid) {
-    poll.AddReader(DEVICE, CHANNEL, MakeReader());
-
-    EXPECT_TRUE(Log().Has('I', "AddReader, devId:2, channel:8"));
-}
-
-TEST_F(ChannelPollTest, ReplacedReaderIsNotEnded) {
-    auto first = MakeReader();
-    ScriptReads({5});
-    first->Execute();
-    poll.AddReader(DEVICE, CHANNEL, first);
-
-    poll.AddReader(DEVICE, CHANNEL, MakeReader());
-
-    EXPECT_EQ(Log().CountOf('V'), 0U);
-    EXPECT_EQ(Uploads(), 0U);
-}
-
-TEST_F(ChannelPollTest, RemovedReaderIsStoppedAndItsRestLeaves) {
-    auto reader = MakeReader();
-    ScriptReads({1048575});
-    reader->Execute();
-    poll.AddReader(DEVICE, CHANNEL, reader);
-
-    poll.RemoveReader(DEVICE, CHANNEL);
-    reader->Execute();
-
-    EXPECT_TRUE(link->WaitForChunks(1));
-    EXPECT_EQ(link->Sizes(), (std::vector<uint64_t>{1048575}));
-    EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 2U);
-}
-
-TEST_F(ChannelPollTest, RemoveSaysItsSteps) {
-    poll.AddReader(DEVICE, CHANNEL, MakeReader());
-
-    poll.RemoveReader(DEVICE, CHANNEL);
-
-    EXPECT_EQ(Log().Count('I', "RemoveReader, devId:2, channel:8"), 2U);
-    EXPECT_EQ(Log().Count('I', "RemoveReader, fid dev, devId:2"), 1U);
-    EXPECT_TRUE(Log().Contains('V', "device id 2, channel: 8, "));
-}
-
-TEST_F(ChannelPollTest, LastChannelTakesItsDeviceAlong) {
-    poll.AddReader(DEVICE, CHANNEL, MakeReader());
-    poll.RemoveReader(DEVICE, CHANNEL);
-    Log().Clear();
-
-    poll.RemoveReader(DEVICE, CHANNEL);
-
-    EXPECT_EQ(Log().Texts('I'), (Texts{"RemoveReader, devId:2, channel:8"}));
-}
-
-TEST_F(ChannelPollTest, OtherChannelsKeepTheDevice) {
-    poll.AddReader(DEVICE, CHANNEL, MakeReader());
-    poll.AddReader(DEVICE, 9, MakeReader(9));
-    poll.RemoveReader(DEVICE, CHANNEL);
-    Log().Clear();
-
-    poll.RemoveReader(DEVICE, CHANNEL);
-
-    EXPECT_EQ(Log().Texts('I'),
-              (Texts{"RemoveReader, devId:2, channel:8", "RemoveReader, fid dev, devId:2"}));
-}
-
-TEST_F(ChannelPollTest, FlushAsksEachReaderInOrder) {
-    Driver().halProfDataFlush = [](uint32_t, uint32_t, uint32_t* size) {
-        *size = 0;
-        return 0;
-    };
-    poll.AddReader(2, 44, MakeReader(44, 2));
-    poll.AddReader(1, 45, MakeReader(45, 1));
-    poll.AddReader(1, 44, MakeReader(44, 1));
-    poll.AddReader(1, 7, MakeReader(7, 1));
-
-    poll.FlushDrvBuff();
-
-    const auto calls = Driver().calls.Calls("halProfDataFlush");
-    ASSERT_EQ(calls.size(), 3U);
-    EXPECT_EQ(calls[0].Value("device") * 100 + calls[0].Value("channel"), 144);
-    EXPECT_EQ(calls[1].Value("device") * 100 + calls[1].Value("channel"), 145);
-    EXPECT_EQ(calls[2].Value("device") * 100 + calls[2].Value("channel"), 244);
-}
-
-TEST_F(ChannelPollTest, FlushReturnsWhenAWorkerHasReadTheBytes) {
-    StartPoll();
-    poll.AddReader(DEVICE, 44, MakeReader(44));
-    OpenChannel(44);
-    Driver().HoldBackChannelData(DEVICE, 44, "held back");
-
-    poll.FlushDrvBuff();
-
-    EXPECT_TRUE(link->WaitForChunks(1));
-    EXPECT_EQ(link->AllData(), "held back");
 }
 
 }  // namespace
