@@ -429,18 +429,35 @@ TEST_F(DrvStartDynamic, FmkRecordIsZeroAlways) {
     EXPECT_TRUE(Log().Contains('V', "Begin to start profiling DrvFmkDataStart"));
 }
 
-// --- refusals of the driver, for every operation ---
+// --- start parameters and refusals of the driver, for every operation ---
 
 struct StartCase {
     const char* name;
     int (*start)();
+    uint32_t channelType;
+    uint32_t period;  // of the start parameters
+    uint32_t bytes;   // of the record
 };
 
 void PrintTo(const StartCase& row, std::ostream* out) { *out << row.name; }
 
-class DrvStartRefused : public testing::TestWithParam<StartCase> {};
+class DrvEveryStart : public testing::TestWithParam<StartCase> {};
 
-TEST_P(DrvStartRefused, FailsWithItsNameAndTheCode) {
+TEST_P(DrvEveryStart, TellsTypePeriodAndSize) {
+    EXPECT_EQ(GetParam().start(), 0);
+
+    const ProfStartPara para = LastStart().para;
+    EXPECT_EQ(para.channelType, GetParam().channelType);
+    EXPECT_EQ(para.samplePeriod, GetParam().period);
+    EXPECT_EQ(para.realTime, 1U);
+    EXPECT_EQ(para.userDataSize, GetParam().bytes);
+    EXPECT_EQ(Log().CountOf('V'), 2U);
+    EXPECT_TRUE(Log().Contains('V', "Begin to start profiling " + std::string(GetParam().name)));
+    EXPECT_TRUE(
+        Log().Contains('V', "Succeeded to start profiling " + std::string(GetParam().name)));
+}
+
+TEST_P(DrvEveryStart, FailsWithItsNameAndTheCode) {
     Driver().calls.Return("prof_drv_start", 17);
 
     EXPECT_EQ(GetParam().start(), -1);
@@ -452,21 +469,23 @@ TEST_P(DrvStartRefused, FailsWithItsNameAndTheCode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    AllStarts, DrvStartRefused,
+    AllStarts, DrvEveryStart,
     testing::Values(
-        StartCase{"DrvPeripheralStart", [] { return DrvPeripheralStart(Config()); }},
-        StartCase{"DoProfTsCpuStart", [] { return DrvTsCpuStart(Config(), {}); }},
-        StartCase{"DrvAicoreStart", [] { return DrvAicoreStart(Config(), {}, {}); }},
-        StartCase{"DrvAicoreTaskBasedStart", [] { return DrvAicoreTaskBasedStart(0, 1, {}); }},
-        StartCase{"DrvL2CacheTaskStart", [] { return DrvL2CacheTaskStart(0, 1, {}); }},
-        StartCase{"DrvTsFwStart", [] { return DrvTsFwStart(Config(), ProfileParams()); }},
+        StartCase{"DrvPeripheralStart", [] { return DrvPeripheralStart(Config()); }, 1, 20, 0},
+        StartCase{"DoProfTsCpuStart", [] { return DrvTsCpuStart(Config(), {}); }, 0, 20, 8},
+        StartCase{"DrvAicoreStart", [] { return DrvAicoreStart(Config(), {}, {}); }, 0, 20, 56},
+        StartCase{"DrvAicoreTaskBasedStart", [] { return DrvAicoreTaskBasedStart(0, 1, {}); }, 0, 0,
+                  56},
+        StartCase{"DrvL2CacheTaskStart", [] { return DrvL2CacheTaskStart(0, 1, {}); }, 0, 0, 4},
+        StartCase{"DrvTsFwStart", [] { return DrvTsFwStart(Config(), ProfileParams()); }, 0, 20,
+                  32},
         StartCase{"DrvStarsSocLogStart",
-                  [] { return DrvStarsSocLogStart(Config(), ProfileParams()); }},
+                  [] { return DrvStarsSocLogStart(Config(), ProfileParams()); }, 0, 20, 40},
         StartCase{"DrvFftsProfileStart",
-                  [] { return DrvFftsProfileStart(Config(), {}, {}, {}, {}); }},
-        StartCase{"DrvInstrProfileStart", [] { return DrvInstrProfileStart(0, 1, 1); }},
-        StartCase{"DrvHwtsLogStart", [] { return DrvHwtsLogStart(0, 1); }},
-        StartCase{"DrvFmkDataStart", [] { return DrvFmkDataStart(0, 1); }}),
+                  [] { return DrvFftsProfileStart(Config(), {}, {}, {}, {}); }, 0, 0, 72},
+        StartCase{"DrvInstrProfileStart", [] { return DrvInstrProfileStart(0, 1, 1); }, 0, 0, 4},
+        StartCase{"DrvHwtsLogStart", [] { return DrvHwtsLogStart(0, 1); }, 0, 0, 4},
+        StartCase{"DrvFmkDataStart", [] { return DrvFmkDataStart(0, 1); }, 0, 0, 4}),
     [](const testing::TestParamInfo<StartCase>& row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -154,6 +154,7 @@ TEST_F(PeripheralJob, ReaderIsThereBeforeTheChannelStarts) {
     EXPECT_LT(begin, start);
     EXPECT_LT(start, log.Lines().size());
     EXPECT_TRUE(log.Has('I', "Begin to start profiling Channel 8, events:"));
+    EXPECT_TRUE(log.Has('I', "begin to start profiling Channel 8, devId :1"));
     EXPECT_TRUE(log.Has('I', "start profiling Channel 8, events:, ret=0"));
 }
 
@@ -171,6 +172,7 @@ TEST_F(PeripheralJob, DriverGetsTheRecordOfTheJob) {
     EXPECT_EQ(starts[0].para.realTime, 1U);
     EXPECT_EQ(starts[0].userData, std::string(4, '\0'));
     EXPECT_FALSE(job.HoldsBuffer());
+    EXPECT_EQ(log.CountOf('E'), 0U);
 }
 
 TEST_F(PeripheralJob, ClassItselfStartsWithoutARecord) {
@@ -231,6 +233,7 @@ TEST_F(PeripheralJob, ChannelStopsBeforeItsReaderGoes) {
     EXPECT_LT(PlaceOf("begin to stop profiling Channel 8 data"), stopped);
     EXPECT_LT(stopped, removal);
     EXPECT_LT(removal, PlaceOf("RemoveReader, devId:1, channel:8"));
+    EXPECT_TRUE(log.Has('I', "begin to stop profiling Channel 8 data"));
     EXPECT_EQ(driver.calls.Count("prof_stop"), 1U);
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/failing_new.h"
+
 namespace analysis::rokt::transport {
 namespace {
 
@@ -45,7 +47,12 @@ TEST_F(ChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
     chunk.reset();
     EXPECT_EQ(Buffers().IdleCount(), 1U);
 
-    EXPECT_EQ(Buffers().MakeChunk()->chunk.data(), room);
+    tiv::test::FailNextNewOfAtLeast(CHANNEL_BUFFER_SIZE);
+    chunk = Buffers().MakeChunk();
+    tiv::test::FailNextNewOfAtLeast(0);
+
+    EXPECT_EQ(chunk->chunk.data(), room);
+    EXPECT_EQ(Buffers().IdleCount(), 0U);
 }
 
 TEST_F(ChannelBuffers, RoomIsFreedWithoutReaders) {

@@ -51,18 +51,26 @@ TEST_F(ChannelFlush, Channels44And45AskTheDriver) {
 
 TEST_F(ChannelFlush, NothingHeldBackReturnsAtOnce) {
     PromiseBytes(0);
+    auto reader = MakeReader(44);
+    ScriptReads({5});
+    reader->Execute();
 
-    MakeReader(44)->FlushDrvBuff();
+    reader->FlushDrvBuff();
 
+    EXPECT_EQ(Uploads(), 0U);
     EXPECT_TRUE(Log().Has('I', "Flush deviceId:2, channelId:44, flushSize:0"));
     EXPECT_TRUE(Log().Has('I', "No drv data need flush."));
 }
 
 TEST_F(ChannelFlush, RefusedFlushReturnsAtOnce) {
     Driver().calls.Return("halProfDataFlush", 3);
+    auto reader = MakeReader(44);
+    ScriptReads({5});
+    reader->Execute();
 
-    MakeReader(44)->FlushDrvBuff();
+    reader->FlushDrvBuff();
 
+    EXPECT_EQ(Uploads(), 0U);
     EXPECT_TRUE(Log().Has('E', "DrvProfFlush failed, deviceId:2, channelId:44, ret:-1"));
 }
 

@@ -6,7 +6,6 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "support/failing_new.h"
 #include "transport/channel_fixture.h"
 
 namespace tiv::test {
@@ -393,6 +392,74 @@ TEST_F(ChannelReaderTest, UninitSaysTotalsFileAndJob) {
     EXPECT_EQ(Log().Texts('V'),
               (Texts{"device id 2, channel: 8, total_size_channel: 35 bytes, file:data/llc.data, "
                      "job_id:job1,drvChannelReadCont:5"}));
+}
+
+TEST_F(ChannelReaderTest, RoundsOfAStoppedReaderCountToo) {
+    auto reader = MakeReader();
+    reader->SetChannelStopped();
+    reader->Execute();
+    reader->Execute();
+
+    reader->Uninit();
+
+    EXPECT_TRUE(Log().Contains('V', "total_size_channel: 0 bytes"));
+    EXPECT_TRUE(Log().Contains('V', "drvChannelReadCont:2"));
+}
+
+TEST_F(ChannelReaderTest, InitStartsRoundsAndSpeedOver) {
+    Mm().UseFakeClock();
+    Driver().prof_channel_read = [&](uint32_t, uint32_t, char*, uint32_t) {
+        Mm().AdvanceClock(2000000);
+        return Driver().calls.Count("prof_channel_read") % 2 == 0 ? 0 : 1000;
+    };
+    auto reader = MakeReader();
+    reader->Execute();
+    EXPECT_EQ(reader->Init(), 0);
+    reader->Execute();
+
+    reader->Uninit();
+
+    EXPECT_TRUE(Log().Contains('V', "total_size_channel: 2000 bytes"));
+    EXPECT_TRUE(Log().Contains('V', "drvChannelReadCont:2"));
+    EXPECT_TRUE(Log().Contains('I', "moduleName: ChannelReaderSpeed[job1 : 2 : 8], "));
+    EXPECT_FALSE(Log().Contains('I', "moduleName: ChannelReaderSpeedAll[job1 : 2 : 8], "));
+}
+
+TEST_F(ChannelReaderTest, SpeedOverAllReadsCountsTheTimeBetweenThem) {
+    Mm().UseFakeClock();
+    Driver().prof_channel_read = [&](uint32_t, uint32_t, char*, uint32_t) {
+        Mm().AdvanceClock(2000000);
+        return Driver().calls.Count("prof_channel_read") % 2 == 0 ? 0 : 1000;
+    };
+    auto reader = MakeReader();
+    reader->Execute();
+    Mm().AdvanceClock(3000000);
+    reader->Execute();
+
+    reader->Uninit();
+
+    EXPECT_TRUE(Log().Contains('I',
+                               "moduleName: ChannelReaderSpeedAll[job1 : 2 : 8], overhead Min: "
+                               "7000000 ns, overhead Max: 7000000 ns, overhead Avg: 7000000 ns, "
+                               "overhead Sum_: 7000000 ns, package nums: 1, package size: 1000, "));
+}
+
+TEST_F(ChannelReaderTest, UninitSpeaksBeforeTheRestLeaves) {
+    Mm().UseFakeClock();
+    Driver().prof_channel_read = [&](uint32_t, uint32_t, char*, uint32_t) {
+        Mm().AdvanceClock(2000000);
+        return Driver().calls.Count("prof_channel_read") == 1 ? 1000 : 0;
+    };
+    auto reader = MakeReader();
+    reader->Execute();
+    Log().Clear();
+
+    reader->Uninit();
+
+    const auto lines = Log().Lines();
+    EXPECT_EQ(lines.at(0).level, 'V');
+    EXPECT_EQ(lines.at(1).text.rfind("moduleName: ChannelReaderSpeed[job1 : 2 : 8], ", 0), 0U);
+    EXPECT_EQ(lines.at(3).text, "UploadData id[job1] uploader start");
 }
 
 TEST_F(ChannelReaderTest, UninitSaysTheSpeedOfEachReadAndOverAllReads) {

@@ -6,7 +6,7 @@
 #include "hdc/hdc_transport.h"
 #include "message/codec.h"
 #include "message/profiler.pb.h"
-#include "support/failing_new.h"
+#include "transport/recording_transport.h"
 #include "transport/uploader_fixture.h"
 
 namespace tiv::test {
@@ -262,6 +262,25 @@ TEST_F(UploaderMgrTest, CtrlFileDataBecomesAChunk) {
     EXPECT_THAT(request->hdr().job_ctx(), testing::HasSubstr("\"job1\""));
 }
 
+TEST_F(UploaderMgrTest, CtrlFileDataFillsEveryFieldOfItsChunk) {
+    context->job_id = "job1";
+    context->dev_id = "3";
+    const auto recorder = std::make_shared<RecordingTransport>();
+    ASSERT_EQ(mgr->CreateUploader("job1", recorder, 8), 0);
+
+    EXPECT_EQ(mgr->UploadCtrlFileData("job1", "abc", {"info.json", true, 5}, context), 0);
+
+    ASSERT_TRUE(recorder->WaitForChunks(1));
+    const ProfileFileChunk chunk = recorder->Chunks().front();
+    EXPECT_EQ(chunk.fileName, "info.json");
+    EXPECT_EQ(chunk.offset, -1);
+    EXPECT_EQ(chunk.chunk, "abc");
+    EXPECT_EQ(chunk.chunkSize, 3U);
+    EXPECT_TRUE(chunk.isLastChunk);
+    EXPECT_EQ(chunk.chunkModule, 5U);
+    EXPECT_EQ(chunk.extraInfo, "job1.3");
+}
+
 TEST_F(UploaderMgrTest, EmptyCtrlFileDataIsRefused) {
     EXPECT_EQ(mgr->UploadCtrlFileData("job1", "", {"f.t", false, 3}, nullptr), -1);
 
@@ -301,8 +320,10 @@ TEST_F(UploaderMgrTest, DestructionWithUploadersSleepsTwentyMilliseconds) {
     mgr.reset();
 
     EXPECT_THAT(mm.Sleeps(), ElementsAre(20));
-    EXPECT_TRUE(log.Has('I', "Begin to destroy UploaderMgr."));
-    EXPECT_TRUE(log.Has('I', "End to destroy UploaderMgr."));
+    EXPECT_THAT(log.Texts('I'), testing::Contains("Stopping uploader, force_quit:1."));
+    EXPECT_EQ(log.Texts('I').front(), "id: job1 Entering AddUploader...");
+    EXPECT_EQ(log.Texts('I').at(1), "Begin to destroy UploaderMgr.");
+    EXPECT_EQ(log.Texts('I').back(), "End to destroy UploaderMgr.");
 }
 
 TEST_F(UploaderMgrTest, DestructionOfAnEmptyTableDoesNotSleep) {

@@ -3,7 +3,6 @@
 
 #include <thread>
 
-#include "support/failing_new.h"
 #include "transport/uploader_fixture.h"
 
 namespace tiv::test {
@@ -37,6 +36,38 @@ TEST_F(UploaderTest, SendsInTheOrderOfThePushes) {
 
     EXPECT_TRUE(link->WaitForSent(3));
     EXPECT_THAT(link->Sent(), ElementsAre("chunk:a", "raw:b", "chunk:c"));
+}
+
+TEST_F(UploaderTest, SaysNoErrorWhenAllGoesThrough) {
+    const auto uploader = MakeUploader(8);
+    EXPECT_EQ(uploader->UploadData(MakeChunk("a")), 0);
+    EXPECT_EQ(uploader->UploadData("b", 1), 0);
+    EXPECT_EQ(uploader->Start(), 0);
+
+    EXPECT_EQ(uploader->Stop(false), 0);
+
+    EXPECT_THAT(link->Sent(), ElementsAre("chunk:a", "raw:b"));
+    EXPECT_THAT(log.Texts('E'), IsEmpty());
+}
+
+TEST_F(UploaderTest, WithoutATransportEveryChunkIsLost) {
+    Uploader uploader(nullptr);
+    EXPECT_EQ(uploader.Init(8), 0);
+    EXPECT_EQ(uploader.UploadData(MakeChunk("a")), 0);
+    EXPECT_EQ(uploader.UploadData("b", 1), 0);
+    EXPECT_EQ(uploader.Start(), 0);
+
+    EXPECT_EQ(uploader.Stop(false), 0);
+
+    EXPECT_EQ(log.Count('E', "Failed to upload data"), 2U);
+}
+
+TEST_F(UploaderTest, UninitBeforeInitKeepsTheTransport) {
+    Uploader uploader(link);
+
+    uploader.Uninit();
+
+    EXPECT_EQ(uploader.GetTransport(), link);
 }
 
 TEST_F(UploaderTest, UploadBeforeInitIsRefused) {
@@ -321,6 +352,22 @@ TEST_F(UploaderTest, WantOfMemoryFailsInit) {
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(log.Has('E', "make shared failed, message: std::bad_alloc"));
     EXPECT_EQ(uploader.UploadData(MakeChunk("a")), -1);
+}
+
+TEST_F(UploaderTest, WantOfMemoryFailsAPush) {
+    const auto uploader = MakeUploader(512);
+    const auto chunk = MakeChunk("a");
+    int result = 0;
+
+    // The queue asks for memory at one of many pushes.
+    for (int pushes = 0; result == 0 && pushes < 512; ++pushes) {
+        const FailingNew failing;
+        result = uploader->UploadData(chunk);
+    }
+
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(log.Texts('E'), ElementsAre("make shared failed, message: std::bad_alloc",
+                                            "[Uploader::UploadData]Push data failed."));
 }
 
 TEST_F(UploaderTest, WantOfMemoryFailsARawUpload) {
