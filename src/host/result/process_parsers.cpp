@@ -88,8 +88,8 @@ void ProcessCpuParser::AddUse(ProcessCpuRow& row) {
         uint64_t userNs = row.userTicks - previous_->userTicks;
         uint64_t systemNs = row.systemTicks - previous_->systemTicks;
         if (Scale(userNs, NS_PER_SECOND) && Scale(systemNs, NS_PER_SECOND)) {
-            row.use = {row.timeNs - previous_->timeNs, userNs / ticksPerSecond_,
-                       systemNs / ticksPerSecond_};
+            row.use = ProcessCpuUse{row.timeNs - previous_->timeNs, userNs / ticksPerSecond_,
+                                    systemNs / ticksPerSecond_};
         }
     }
     previous_ = row;

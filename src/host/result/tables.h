@@ -23,19 +23,20 @@ constexpr const char* CPU_STATE_NAMES[CPU_STATE_COUNT] = {"user",   "nice", "sys
                                                           "iowait", "irq",  "softirq", "steal"};
 constexpr int32_t ALL_CORES = -1;
 
+// How a core spent the time since the reading before.
+struct SystemCpuUse {
+    uint64_t intervalNs = 0;
+    double percent[CPU_STATE_COUNT] = {};  // shares of the time that was counted; 100 in all
+};
+
 // One line of the system's CPU times.
 struct SystemCpuRow {
     int deviceId = 0;
     uint64_t timeNs = 0;
     int32_t core = ALL_CORES;
     uint64_t ticks[CPU_STATE_COUNT] = {};  // since boot
-    // Since the reading before: absent in the first one, when no tick went by, and when any of the
-    // counters went backwards.
-    struct Use {
-        uint64_t intervalNs = 0;
-        double percent[CPU_STATE_COUNT] = {};  // shares of the time that was counted; 100 in all
-    };
-    std::optional<Use> use;
+    // Absent in the first reading, when no tick went by, and when a counter went backwards.
+    std::optional<SystemCpuUse> use;
 };
 
 // What a line of the memory reading is called. Each comes once, in front of its first value.
@@ -65,6 +66,13 @@ struct ProcessRow {
     uint64_t lastNs = 0;
 };
 
+// CPU time of a process since the reading before. It may exceed the interval with several threads.
+struct ProcessCpuUse {
+    uint64_t intervalNs = 0;
+    uint64_t userNs = 0;
+    uint64_t systemNs = 0;
+};
+
 struct ProcessCpuRow {
     uint64_t process = 0;
     uint64_t timeNs = 0;
@@ -72,13 +80,8 @@ struct ProcessCpuRow {
     uint64_t systemTicks = 0;
     uint64_t threads = 0;
     char state = '?';  // as the kernel calls it: R, S, D, Z, ...
-    // Since the reading before: absent in the first one and when a counter went backwards.
-    struct Use {
-        uint64_t intervalNs = 0;
-        uint64_t userNs = 0;  // CPU time within the interval; may exceed it with several threads
-        uint64_t systemNs = 0;
-    };
-    std::optional<Use> use;
+    // Absent in the first reading and when a counter went backwards.
+    std::optional<ProcessCpuUse> use;
 };
 
 struct ProcessMemoryRow {
