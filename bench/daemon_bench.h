@@ -70,6 +70,8 @@ class BenchDaemon {
     // `channels` is the driver's JSON list of devices.
     explicit BenchDaemon(const std::string& devicesJson, int devices);
 
+    // Ends it, whatever its queues hold.
+    void Kill() { process_->Kill(); }
     [[nodiscard]] pid_t Pid() const { return process_->Pid(); }
     [[nodiscard]] double Cpu() const { return CpuOf(Pid()); }
     host::DeviceLink& Link() { return link_; }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <memory>
 #include <numeric>
@@ -25,6 +26,7 @@ constexpr uint64_t RAW_PROBE_BYTES = 2ULL << 30;
 constexpr uint64_t BURST = 2 * MIB;
 constexpr uint64_t PART = 64 * 1024;
 constexpr uint64_t HEADER = 72;
+constexpr uint64_t MOST_MEMORY_KIB = 10ULL << 20;
 
 struct PathRound {
     double bytesPerSecond = 0;
@@ -164,7 +166,7 @@ void MeasureLatencyWith(int busyDevices, uint64_t limit, const char* what,
 
 struct ScaleResult {
     double bytesPerSecond = 0;
-    double fairness = 0;  // least served channel by most served, when the first one is done
+    double fairness = 0;  // least served channel by most served
     uint64_t threads = 0;
     uint64_t peakKib = 0;
 };
@@ -190,54 +192,42 @@ void StartAll(const BenchJobs& jobs) {
     }
 }
 
-// Least by most served from here on, until half of what is left has come or a channel is done.
-// Negative when one is done already.
-double LeastByMost(const BenchJobs& jobs, uint64_t limit) {
-    const std::vector<uint64_t> before = BytesOf(jobs);
-    const uint64_t had = std::accumulate(before.begin(), before.end(), uint64_t{0});
-    const uint64_t enough = (limit * jobs.size() - had) / 2;
-    if (*std::max_element(before.begin(), before.end()) >= limit) {
-        return -1;
-    }
-    while (true) {
-        std::vector<uint64_t> now = BytesOf(jobs);
-        const bool done = *std::max_element(now.begin(), now.end()) >= limit;
-        for (size_t i = 0; i < now.size(); ++i) {
-            now[i] -= before[i];
-        }
-        if (done || std::accumulate(now.begin(), now.end(), uint64_t{0}) >= enough) {
-            return static_cast<double>(*std::min_element(now.begin(), now.end())) /
-                   static_cast<double>(*std::max_element(now.begin(), now.end()));
-        }
+uint64_t SumOf(const std::vector<uint64_t>& values) {
+    return std::accumulate(values.begin(), values.end(), uint64_t{0});
+}
+
+// Waits until `bytes` more have come from all devices together. Readers that run ahead of the link
+// fill the daemon's queues: before these fill the machine, the wait ends.
+void WaitForMore(const BenchDaemon& daemon, const BenchJobs& jobs, uint64_t bytes) {
+    const uint64_t enough = SumOf(BytesOf(jobs)) + bytes;
+    while (SumOf(BytesOf(jobs)) < enough && StatusNumber(daemon.Pid(), "VmRSS") < MOST_MEMORY_KIB) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
+// What arrives while every channel runs at full speed.
 ScaleResult RunScale(int devices, uint64_t allBytes) {
-    const uint64_t limit = allBytes / static_cast<uint64_t>(devices) / (4 * MIB) * (4 * MIB);
-    BenchDaemon daemon(ManyDevices(devices, ",\"limit_bytes\":" + std::to_string(limit - HEADER)),
-                       devices);
+    BenchDaemon daemon(ManyDevices(devices, ""), devices);
     BenchJobs jobs;
     for (int device = 0; device < devices; ++device) {
         jobs.push_back(std::make_unique<BenchJob>(daemon.Link(), device, nullptr));
         jobs.back()->OpenJob();
     }
-    const Clock::time_point start = Clock::now();
     StartAll(jobs);
+    WaitForMore(daemon, jobs, allBytes / 4);  // warms up
     ScaleResult result;
-    result.fairness = LeastByMost(jobs, limit);
     result.threads = StatusNumber(daemon.Pid(), "Threads");
-    // The last buffer may stay with its reader until the channel stops.
-    const uint64_t awaited = limit - 4 * MIB;
-    for (const auto& job : jobs) {
-        (void)job->Sink().WaitForBytes(awaited);
-    }
-    result.bytesPerSecond =
-        static_cast<double>(awaited) * static_cast<double>(devices) / SecondsSince(start);
+    const std::vector<uint64_t> before = BytesOf(jobs);
+    const Clock::time_point start = Clock::now();
+    WaitForMore(daemon, jobs, allBytes);
+    std::vector<uint64_t> came = BytesOf(jobs);
+    const double seconds = SecondsSince(start);
+    std::transform(came.begin(), came.end(), before.begin(), came.begin(), std::minus<>());
+    result.bytesPerSecond = static_cast<double>(SumOf(came)) / seconds;
+    result.fairness = static_cast<double>(*std::min_element(came.begin(), came.end())) /
+                      static_cast<double>(*std::max_element(came.begin(), came.end()));
     result.peakKib = StatusNumber(daemon.Pid(), "VmHWM");
-    for (const auto& job : jobs) {
-        job->StopChannel();
-    }
+    daemon.Kill();
     return result;
 }
 

@@ -7,10 +7,10 @@ namespace tiv::bench {
 
 struct PathOptions {
     int rounds = 5;
-    double seconds = 2;                // of each round of the path
-    bool checkAll = false;             // check the numbers in timed rounds, too
-    uint64_t scaleBytes = 6ULL << 30;  // of all devices together
-    int bursts = 30;                   // of the latency measure
+    double seconds = 2;                 // of each round of the path
+    bool checkAll = false;              // check the numbers in timed rounds, too
+    uint64_t scaleBytes = 12ULL << 30;  // of all devices together
+    int bursts = 30;                    // of the latency measure
 };
 
 // Throughput and processor time of the path, against a raw stream into the same file. Throws
