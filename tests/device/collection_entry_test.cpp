@@ -1,79 +1,20 @@
-// Tests of the handshakes that make control and data sessions.
-#include "device/collection_entry.h"
-
-#include <algorithm>
+// Tests of first messages, and of the handshake that makes a control session.
 #include <thread>
 
-#include "device/device_fixture.h"
+#include "device/handshake_fixture.h"
 #include "device/receiver.h"
 #include "device/task_relationship_mgr.h"
 #include "message/codec.h"
 #include "support/failing_new.h"
-#include "support/fake_driver.h"
 #include "support/fake_mm.h"
-#include "support/recorded_log.h"
-#include "transport/uploader.h"
-#include "transport/uploader_mgr.h"
 
 namespace tiv::test {
 namespace {
 
-using analysis::rokt::ProfileFileChunk;
-using analysis::rokt::device::CollectionEntry;
 using analysis::rokt::device::Receiver;
-using analysis::rokt::message::StatusInfo;
 using Analysis::Rokt::TaskHandle::TaskRelationshipMgr;
-using analysis::rokt::transport::Uploader;
-using analysis::rokt::transport::UploaderMgr;
 
-using Session = std::shared_ptr<MemoryTransport>;
-
-class Handshake : public DeviceTest {
- protected:
-    int Handle(const Session& on, const std::shared_ptr<google::protobuf::Message>& message) {
-        return entry.Handle(on, Encode(message), 2);
-    }
-    int OpenControl(const Session& on, const std::string& jobId, const std::string& mode = "") {
-        return Handle(on, CtrlHandshake(jobId, 5, mode));
-    }
-    int OpenData(const Session& on, const std::string& jobId, const std::string& mode = "") {
-        return Handle(on, DataHandshake(jobId, mode));
-    }
-    static Session NewSession() { return std::make_shared<MemoryTransport>(); }
-
-    static void ExpectRefusal(const Session& on, const std::string& info) {
-        ASSERT_EQ(on->Sent().size(), 1u);
-        const Answer answer = AnswerOf(on->Sent().at(0));
-        EXPECT_TRUE(answer.isResponse);
-        EXPECT_FALSE(answer.success);
-        EXPECT_EQ(answer.status, 1);
-        EXPECT_EQ(answer.info, info);
-    }
-    static void ExpectSuccess(const Session& on) {
-        ASSERT_TRUE(on->WaitForSent(1));
-        EXPECT_TRUE(AnswerOf(on->Sent().at(0)).success);
-    }
-    static std::shared_ptr<Uploader> FindUploader(const std::string& jobId) {
-        std::shared_ptr<Uploader> uploader;
-        UploaderMgr::Instance().GetUploader(jobId, uploader);
-        return uploader;
-    }
-
-    // Starts the end of the entry, which then waits for `session` to let its reply go.
-    std::thread HoldTheEnd() {
-        OpenControl(session, "job");
-        session->HoldSends(true);
-        session->Push(Encode(JobStart(ContextText("5", "job"), "{}")));
-        EXPECT_TRUE(session->WaitForHeldSend());
-        std::thread end([this] { EXPECT_EQ(entry.Uninit(), 0); });
-        EXPECT_TRUE(log.WaitFor('I', "Receiver Unint"));
-        return end;
-    }
-
-    CollectionEntry& entry = CollectionEntry::Instance();
-    Session session = NewSession();
-    RecordedLog& log = RecordedLog::Instance();
-};
+class Handshake : public HandshakeTest {};
 
 TEST_F(Handshake, EntryThatIsNotInitedGivesNoReply) {
     entry.Uninit();
@@ -101,6 +42,20 @@ TEST_F(Handshake, OtherFirstMessageIsUnknown) {
     EXPECT_EQ(Handle(session, JobStart("", "")), -1);
 
     ExpectRefusal(session, "unknown message");
+}
+
+TEST_F(Handshake, AnswersNameNoDevice) {
+    const Session data = NewSession();
+    const Session refused = NewSession();
+
+    EXPECT_EQ(OpenControl(session, "job"), 0);
+    EXPECT_EQ(OpenData(data, "job"), 0);
+    EXPECT_EQ(Handle(refused, JobStart("", "")), -1);
+
+    ExpectSuccess(data);
+    EXPECT_EQ(AnswerOf(session->Sent().at(0)).devId, "-1");
+    EXPECT_EQ(AnswerOf(data->Sent().at(0)).devId, "-1");
+    EXPECT_EQ(AnswerOf(refused->Sent().at(0)).devId, "-1");
 }
 
 TEST_F(Handshake, RefusalIsLoggedWithItsSize) {
@@ -280,175 +235,6 @@ TEST_F(Handshake, ReceiverThatDoesNotFitInMemoryIsRefused) {
     FailNextNewOfAtLeast(0);
     EXPECT_TRUE(log.Has('E', "make shared failed, message: std::bad_alloc"));
     ExpectRefusal(session, "");
-}
-
-TEST_F(Handshake, AcceptedDataSessionAnswersThroughItsQueue) {
-    EXPECT_EQ(OpenData(session, "job"), 0);
-
-    ExpectSuccess(session);
-    EXPECT_NE(FindUploader("job"), nullptr);
-    EXPECT_EQ(UploaderMgr::Instance().GetJobId(2, "def_mode"), "job");
-    EXPECT_TRUE(log.Has('I', "Device 2 Received data handshake"));
-    EXPECT_TRUE(log.Contains('I', "Reply data handshake, statusInfo={"));
-    EXPECT_TRUE(log.Contains('I', ", response sent size:0, resp size:"));
-}
-
-TEST_F(Handshake, UploaderThreadIsNamedAfterItsJob) {
-    const std::string line = "New thread QTRX_Upld_a-long-job-id begins to run";
-
-    EXPECT_EQ(OpenData(session, "a-long-job-id"), 0);
-    ASSERT_TRUE(log.WaitFor('I', line));
-
-    // The system keeps 15 bytes.
-    const std::vector<LogLine> lines = log.Lines();
-    const auto begins = std::find_if(lines.begin(), lines.end(),
-                                     [&](const LogLine& entered) { return entered.text == line; });
-    EXPECT_EQ(begins->thread, "QTRX_Upld_a-lon");
-}
-
-TEST_F(Handshake, ResponseOfADataSessionComesBeforeItsChunks) {
-    session->HoldSends(true);
-    OpenData(session, "job");
-    auto chunk = std::make_shared<ProfileFileChunk>();
-    chunk->extraInfo = "job.2";
-    ASSERT_EQ(UploaderMgr::Instance().UploadData("job", chunk), 0);
-
-    session->HoldSends(false);
-    ASSERT_TRUE(session->WaitForSent(2));
-
-    EXPECT_TRUE(AnswerOf(session->Sent().at(0)).success);
-    EXPECT_EQ(session->Sent().at(1), "chunk  job.2");
-}
-
-TEST_F(Handshake, DataSessionQueues512Chunks) {
-    session->HoldSends(true);
-    OpenData(session, "job");
-    ASSERT_TRUE(session->WaitForHeldSend());
-    const auto uploader = FindUploader("job");
-    for (int i = 0; i < 512; ++i) {
-        ASSERT_EQ(uploader->UploadData("x", 1), 0);
-    }
-    EXPECT_FALSE(log.Contains('W', "IsFULL"));
-
-    std::thread producer([&] { EXPECT_EQ(uploader->UploadData("x", 1), 0); });
-    EXPECT_TRUE(
-        log.WaitFor('W', "IsFULL, QueueName: UploaderQueue, QueueCapacity:512, QueueSize:512"));
-    session->HoldSends(false);
-    producer.join();
-}
-
-TEST_F(Handshake, DataSessionChecksItsModeAndJobId) {
-    const Session badMode = NewSession();
-    const Session badJob = NewSession();
-
-    EXPECT_EQ(OpenData(session, "job", "system-wide"), 0);
-    EXPECT_EQ(OpenData(badMode, "job", "abc"), -1);
-    EXPECT_EQ(OpenData(badJob, "a_b"), -1);
-
-    ExpectSuccess(session);
-    ExpectRefusal(badMode, "");
-    ExpectRefusal(badJob, "");
-    EXPECT_TRUE(log.Has('E', "[HandleDataSession]profilingMode is invalid!"));
-    EXPECT_TRUE(log.Has('E', "[HandleDataSession]jobID is invalid!"));
-}
-
-TEST_F(Handshake, DataSessionChecksItsJobIdFirst) {
-    EXPECT_EQ(OpenData(session, "a_b", "abc"), -1);
-
-    EXPECT_TRUE(log.Has('E', "[HandleDataSession]jobID is invalid!"));
-    EXPECT_FALSE(log.Has('E', "[HandleDataSession]profilingMode is invalid!"));
-}
-
-TEST_F(Handshake, DeviceNumberOfADataSessionIsNotLookedAt) {
-    const auto handshake = DataHandshake("job", "");
-    handshake->set_devid(64);
-
-    EXPECT_EQ(Handle(session, handshake), 0);
-
-    ExpectSuccess(session);
-}
-
-TEST_F(Handshake, NullUploaderIsRefused) {
-    EXPECT_EQ(entry.HandleDataSession(nullptr, *DataHandshake("job", ""), 2), -1);
-}
-
-TEST_F(Handshake, UploaderWithoutAThreadIsRefused) {
-    FakeMm::Instance().calls.Return("mmCreateTaskWithThreadAttr", 11);
-
-    EXPECT_EQ(OpenData(session, "job"), -1);
-
-    ExpectRefusal(session, "");
-    EXPECT_TRUE(log.Has('E', "[HandleDataSession]Failed to start uploader thread, ret=-1"));
-    EXPECT_EQ(FindUploader("job"), nullptr);
-}
-
-TEST_F(Handshake, UploaderWithoutAQueueIsRefused) {
-    const auto uploader = std::make_shared<Uploader>(session);
-    const auto handshake = DataHandshake("job", "");
-    log.SetLevel(DLOG_ERROR);
-    int ret = 0;
-    {
-        const FailingNew failing(0);
-        ret = entry.HandleDataSession(uploader, *handshake, 2);
-    }
-
-    EXPECT_EQ(ret, -1);
-    EXPECT_TRUE(log.Has('E', "[HandleDataSession]Failed to init uploader thread, initRet=-1"));
-}
-
-TEST_F(Handshake, UninitEndsLiveSessionsOfBothKinds) {
-    const Session data = NewSession();
-    OpenControl(session, "job");
-    OpenData(data, "job");
-    ExpectSuccess(data);
-
-    EXPECT_EQ(entry.Uninit(), 0);
-
-    EXPECT_TRUE(log.Has('I', "uinit Collection Entry."));
-    EXPECT_TRUE(log.Has('I', "Receiver end, devId:2, devIdOnHost:5"));
-    EXPECT_TRUE(session->Closed());
-    EXPECT_EQ(entry.GetReceiver("job", 2), nullptr);
-    EXPECT_EQ(FindUploader("job"), nullptr);
-    EXPECT_EQ(data.use_count(), 1);
-}
-
-TEST_F(Handshake, HandshakeDuringTheEndIsRefusedLikeOneBeforeTheStart) {
-    std::thread end = HoldTheEnd();
-
-    const Session late = NewSession();
-    EXPECT_EQ(OpenControl(late, "late", "system-wide"), -1);
-    session->HoldSends(false);
-    end.join();
-
-    EXPECT_TRUE(log.Has('E', "Collection Entry was not inited."));
-    EXPECT_TRUE(late->Sent().empty());
-}
-
-TEST_F(Handshake, ControlSessionThatPassedBeforeTheEndIsNotFiled) {
-    std::thread end = HoldTheEnd();
-    const Session late = NewSession();
-
-    auto receiver = std::make_shared<Receiver>(late);
-    StatusInfo status;
-    EXPECT_EQ(
-        entry.HandleCtrlSession(receiver, *CtrlHandshake("late", 5, "system-wide"), status, 2), 0);
-    EXPECT_EQ(entry.GetReceiver("late", 2), nullptr);
-    receiver.reset();
-
-    EXPECT_TRUE(late->Closed());
-    session->HoldSends(false);
-    end.join();
-}
-
-TEST_F(Handshake, DataSessionThatPassedBeforeTheEndIsNotKept) {
-    std::thread end = HoldTheEnd();
-
-    const auto uploader = std::make_shared<Uploader>(NewSession());
-    EXPECT_EQ(entry.HandleDataSession(uploader, *DataHandshake("late", ""), 2), 0);
-
-    EXPECT_EQ(FindUploader("late"), nullptr);
-    session->HoldSends(false);
-    end.join();
 }
 
 TEST_F(Handshake, ControlRequestsAreServedOneAfterTheOther) {

@@ -54,6 +54,7 @@ Answer AnswerOf(const std::string& frame) {
         answer.isResponse = true;
         answer.success = response->status() == proto::SUCCESS;
         answer.status = status.status;
+        answer.devId = status.dev_id;
         answer.info = status.info;
     }
     return answer;

@@ -19,6 +19,7 @@ struct Answer {
     bool isResponse = false;
     bool success = false;
     int status = -1;
+    std::string devId;
     std::string info;
 };
 

@@ -85,7 +85,7 @@ int MemoryTransport::RecvPacket(IdeTlvReq** packet) {
     }
     const Packet next = unread_.front();
     unread_.pop_front();
-    ++livePackets_;
+    livePackets_ += next.request != nullptr ? 1 : 0;
     *packet = next.request;
     return next.result;
 }
@@ -111,6 +111,13 @@ void MemoryTransport::PushPacket(uint32_t len, const std::string& value,
     MutexLock lock(mutex_);
     readerWaits_ = false;
     unread_.push_back({request, result.value_or(static_cast<int>(arrived))});
+    changed_.NotifyAll();
+}
+
+void MemoryTransport::PushNoPacket(int result) {
+    MutexLock lock(mutex_);
+    readerWaits_ = false;
+    unread_.push_back({nullptr, result});
     changed_.NotifyAll();
 }
 

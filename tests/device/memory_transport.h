@@ -32,6 +32,8 @@ class MemoryTransport : public analysis::rokt::transport::KbxTransport {
     // A packet that claims `len` bytes and brings `value`; RecvPacket gives `result` when it is
     // set.
     void PushPacket(uint32_t len, const std::string& value, std::optional<int> result = {});
+    // RecvPacket succeeds once with `result` and gives no packet.
+    void PushNoPacket(int result);
     // The far end closes: what was pushed is still read.
     void ClosePeer();
 

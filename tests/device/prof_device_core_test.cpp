@@ -234,6 +234,18 @@ TEST_F(Component, CleanupLeavesNoSessionAndNoTask) {
     EXPECT_TRUE(log.Has('E', "TaskManager is not inited yet"));
 }
 
+TEST_F(Component, CleanupEndsSessionsBeforeTasks) {
+    const auto transport = std::make_shared<MemoryTransport>();
+    ASSERT_NE(TaskManager::Instance().CreateTask(2, "2_job", transport), nullptr);
+    log.Clear();
+
+    EXPECT_EQ(IdeDeviceProfileCleanup(), 0);
+
+    EXPECT_EQ(log.OwnTexts('I'),
+              (std::vector<std::string>{"uinit Collection Entry.",
+                                        "receive connection reset, _is_started:0"}));
+}
+
 TEST_F(Component, InitEmptiesTheProfilerDirectoryAndKeepsIt) {
     static mmDirent dir = {DT_DIR, "sub"};
     static mmDirent file = {DT_REG, "file"};

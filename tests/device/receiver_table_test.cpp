@@ -68,6 +68,13 @@ TEST_F(ReceiverRows, EmptyModeAndDefModeAreOneKey) {
     EXPECT_TRUE(log.Has('I', "devModeKey:0_def_mode, jobId:job Entering AddModeJobIdRelation..."));
 }
 
+TEST_F(ReceiverRows, LaterJobOfADeviceAndModeCounts) {
+    table.AddModeJobIdRelation(3, "m", "job");
+    table.AddModeJobIdRelation(3, "m", "next");
+
+    EXPECT_EQ(table.GetModeJobIdRelation(3, "m"), "next");
+}
+
 TEST_F(ReceiverRows, DeletingARelationGivesTheJobThatHeldIt) {
     table.AddModeJobIdRelation(3, "m", "job");
 

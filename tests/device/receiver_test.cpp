@@ -178,6 +178,15 @@ TEST_F(ReceiverThread, RefusalOfAContainerEndsTheSessionLikeALoss) {
     EXPECT_EQ(session->LivePackets(), 0);
 }
 
+TEST_F(ReceiverThread, ReadThatGivesNoPacketEndsTheSessionLikeALoss) {
+    StartReceiver();
+
+    session->PushNoPacket(12);
+
+    ASSERT_TRUE(log.WaitFor('I', "Receiver end, devId:0, devIdOnHost:0"));
+    EXPECT_TRUE(log.Has('W', "devIdOnHost(0) Failed to recv packet from host"));
+}
+
 TEST_F(ReceiverThread, EveryPacketIsGivenBack) {
     StartReceiver();
 
@@ -198,6 +207,17 @@ TEST_F(ReceiverThread, QuitDuringAHandlerEndsTheThreadAndNoTask) {
     EXPECT_FALSE(log.Has('W', "devIdOnHost(0) Failed to recv packet from host"));
     EXPECT_TRUE(HasTask("0_job"));
     session->OnSend({});
+}
+
+TEST_F(ReceiverThread, QuitDuringAReadEndsTheThreadBehindTheNextMessage) {
+    StartReceiver();
+    ASSERT_TRUE(session->WaitForIdleReader());
+
+    receiver->SetQuit();
+    ExpectAnswer();
+
+    ASSERT_TRUE(log.WaitFor('I', "Receiver end, devId:0, devIdOnHost:0"));
+    EXPECT_FALSE(log.Has('W', "devIdOnHost(0) Failed to recv packet from host"));
 }
 
 TEST_F(ReceiverThread, UninitClosesTheSessionAndJoins) {
