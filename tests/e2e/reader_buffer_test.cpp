@@ -14,9 +14,8 @@ constexpr uint64_t LIMIT = 40 * MIB - HEADER;
 class ReaderBuffer : public DaemonTest, public testing::WithParamInterface<uint64_t> {
  protected:
     void StartDaemonWithBufferOf(uint64_t bytes) {
-        const std::string report =
-            R"({"device":{"channels":[{"channel":8,"channel_buffer_size":)" +
-            std::to_string(bytes) + "}]}}";
+        const std::string report = R"({"device":{"channels":[{"channel":8,"channel_buffer_size":)" +
+                                   std::to_string(bytes) + "}]}}";
         daemon_ = std::make_unique<ChildProcess>(
             directory_.Path(), "daemon", std::vector<std::string>{TIV_WITH_FAULTS_PROGRAM},
             Environment{{"TIV_REPORT_CONFIG", directory_.Write("report.json", report)}});

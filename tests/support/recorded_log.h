@@ -19,7 +19,7 @@ struct LogLine {
     int line = 0;        // of the prefix
     std::string thread;  // name of the writing thread
     std::thread::id threadId;
-    std::string raw;     // as it was written
+    std::string raw;  // as it was written
     int32_t moduleId = 0;
 };
 
