@@ -93,6 +93,12 @@ TEST_F(PerfTask, HostSideRunIsRefusedWithoutALine) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
+TEST_F(PerfTask, TaskWithoutParametersIsRefused) {
+    params = nullptr;
+
+    EXPECT_EQ(MakeTask(dir.Path())->Init(), -1);
+}
+
 TEST_F(PerfTask, BufferOf262145BytesThatCannotBeHadFailsInit) {
     const auto task = MakeTask(dir.Path());
     const FailingMalloc noBuffer(BUFFER);
@@ -115,6 +121,22 @@ TEST_F(PerfTask, UninitWithoutInitSaysSo) {
     EXPECT_EQ(task->Uninit(), 0);
 
     EXPECT_TRUE(log.Has('I', "PerfExtraTask is uninited"));
+}
+
+TEST_F(PerfTask, BufferIsGoneForGoodAfterUninit) {
+    Record("1");
+    gate.Open();
+    const auto task = MakeTask(dir.Path());
+    ASSERT_EQ(task->Init(), 0);
+    EXPECT_EQ(task->Uninit(), 0);
+
+    EXPECT_EQ(task->Init(), 0);
+    ASSERT_EQ(task->Start(), 0);
+    EXPECT_EQ(task->Stop(), 0);
+
+    EXPECT_TRUE(collector.Payloads().empty());
+    EXPECT_TRUE(FilesInTheDirectory().empty());
+    EXPECT_EQ(log.CountOf('E') + log.CountOf('W'), 0U);
 }
 
 TEST_F(PerfTask, PausesForASecondBeforeEachPass) {
@@ -378,6 +400,36 @@ TEST_F(PerfTask, NullContextIsIgnored) {
     EXPECT_EQ(task->Stop(), 0);
 
     EXPECT_EQ(collector.Payloads().size(), 1U);
+}
+
+TEST_F(PerfTask, LaterContextCounts) {
+    Record("1");
+    const auto task = MakeTask(dir.Path());
+    ASSERT_EQ(task->Init(), 0);
+    const auto later = tiv::test::MakeJobContext();
+    later->dev_id = "3";
+    task->SetJobCtx(later);
+    gate.Open();
+    ASSERT_EQ(task->Start(), 0);
+
+    EXPECT_EQ(task->Stop(), 0);
+
+    const auto chunks = collector.Finish();
+    ASSERT_EQ(chunks.size(), 1U);
+    EXPECT_EQ(chunks[0].extraInfo, "job7.3");
+}
+
+TEST_F(PerfTask, TaskWithoutAContextUploadsNothing) {
+    Record("1");
+    gate.Open();
+    PerfExtraTask task(BUFFER, dir.Path(), nullptr, params);
+    ASSERT_EQ(task.Init(), 0);
+    ASSERT_EQ(task.Start(), 0);
+
+    EXPECT_EQ(task.Stop(), 0);
+
+    EXPECT_TRUE(collector.Payloads().empty());
+    EXPECT_TRUE(FilesInTheDirectory().empty());
 }
 
 TEST_F(PerfTask, DestructorMakesTheLastPass) {

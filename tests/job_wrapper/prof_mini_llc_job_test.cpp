@@ -124,6 +124,16 @@ TEST_F(MiniLlcProcess, WithoutInitDeclines) {
     EXPECT_TRUE(log.Has('I', "Job check event param not pass"));
 }
 
+TEST_F(MiniLlcProcess, DroppedEventsAreRefused) {
+    ASSERT_EQ(job.Init(cfg), 0);
+    cfg->eventSets[0].events = nullptr;
+
+    EXPECT_EQ(job.Process(), -1);
+
+    EXPECT_TRUE(log.Has('I', "Job check event param not pass"));
+    EXPECT_TRUE(Opened().empty());
+}
+
 TEST_F(MiniLlcProcess, StartsTheStatisticAside) {
     params->llc_interval = 50;
     StartJob();
@@ -225,6 +235,16 @@ TEST_F(MiniLlcProcess, StatisticThatCannotBeStartedFailsTheJob) {
     EXPECT_TRUE(log.Has('E', "Function ret check failed"));
 }
 
+TEST_F(MiniLlcProcess, FailedStartForgetsTheStatisticOfAnEarlierReplay) {
+    StartJob();
+    EXPECT_EQ(job.Uninit(), 0);
+    mmCalls.Fail("mmCreateProcess", -1, ENOENT);
+
+    EXPECT_EQ(job.Process(), -1);
+
+    EXPECT_EQ(job.Pid(), -1);
+}
+
 TEST_F(MiniLlcUninit, KillsEvenWithoutAStatistic) {
     EXPECT_EQ(job.Uninit(), 0);
 
@@ -292,6 +312,16 @@ TEST_F(MiniLlcUninit, ChunkCarriesTheNamesOfTheJob) {
     EXPECT_EQ(chunks[0].offset, -1);
     EXPECT_EQ(chunks[0].chunkModule, 3U);
     EXPECT_FALSE(chunks[0].isLastChunk);
+}
+
+TEST_F(MiniLlcUninit, ContextOfTheReplayOutlivesItsOwner) {
+    StartJob();
+    WriteResult("counts");
+    common->jobCtx.reset();
+
+    EXPECT_EQ(job.Uninit(), 0);
+
+    EXPECT_EQ(collector.Payloads(), Texts{"counts"});
 }
 
 TEST_F(MiniLlcUninit, FileOf262144BytesMakesAFullChunkAndAnEmptyOne) {

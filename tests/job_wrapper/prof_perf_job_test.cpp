@@ -218,7 +218,9 @@ TEST_F(CtrlCpuProcess, DataFileIsMadeEmptyFirst) {
     ASSERT_EQ(calls.size(), 1U);
     EXPECT_EQ(calls[0].Text("path"), "/var/log/npu/profiling/1/ai_ctrl_cpu.data.6");
     EXPECT_EQ(calls[0].Value("flags"), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC);
-    EXPECT_EQ(OrderOf({"mmOpen2", "mmCreateProcess"}), (Texts{"mmOpen2", "mmCreateProcess"}));
+    EXPECT_EQ(calls[0].Value("mode"), 0640);
+    EXPECT_EQ(OrderOf({"mmOpen2", "mmClose", "mmCreateProcess"}),
+              (Texts{"mmOpen2", "mmClose", "mmCreateProcess"}));
     EXPECT_EQ(job.Uninit(), 0);
 }
 
@@ -268,6 +270,28 @@ TEST_F(CtrlCpuProcess, RecorderThatCannotBeStartedFailsTheJob) {
     EXPECT_TRUE(log.Has('I', "start profiling ctrl cpu, pid=4294967295, ret=-1"));
     EXPECT_TRUE(log.Has('E', "Function ret check failed"));
     EXPECT_FALSE(log.Has('I', "PerfExtraTask init succ"));
+}
+
+TEST_F(CtrlCpuProcess, FailedStartForgetsAnEarlierRecorder) {
+    EXPECT_EQ(job.Init(cfg), 0);
+    EXPECT_EQ(job.Process(), 0);
+    mmCalls.Fail("mmCreateProcess", -1, ENOENT);
+
+    EXPECT_EQ(job.Process(), -1);
+
+    EXPECT_EQ(job.Pid(), -1);
+}
+
+TEST_F(CtrlCpuProcess, TaskTakesTheContextOfTheStart) {
+    EXPECT_EQ(job.Init(cfg), 0);
+    const auto context = tiv::test::MakeJobContext();
+    common->jobCtx = context;
+
+    EXPECT_EQ(job.Process(), 0);
+
+    common->jobCtx.reset();
+    EXPECT_EQ(context.use_count(), 2);
+    EXPECT_EQ(job.Uninit(), 0);
 }
 
 TEST_F(CtrlCpuProcess, TaskRunsUnderItsName) {
