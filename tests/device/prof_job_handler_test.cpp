@@ -357,6 +357,13 @@ TEST_F(JobTask, NullReplayStopIsNamedBeforeTheStateAndResets) {
     EXPECT_EQ(status.info, "Profiling is not started on device");
 }
 
+TEST_F(JobTask, NullReplayStopBeforeTheJobIsNamedToo) {
+    EXPECT_EQ(task.End(nullptr, status), -1);
+
+    EXPECT_EQ(status.info, "StopReq message is nullptr");
+    EXPECT_FALSE(log.Has('E', "End Profiling is not started on device"));
+}
+
 TEST_F(JobTask, ReplayStopBeforeTheJobIsRefused) {
     EXPECT_EQ(StopReplay(), -1);
 

@@ -291,6 +291,15 @@ TEST_F(CollectionRegister, StopOfTheRefusedGlobalJobLeavesTheFirst) {
     EXPECT_EQ(first->uninits, 1);
 }
 
+TEST_F(CollectionRegister, StopOfAGlobalJobWarnsOfItsOwnDevice) {
+    ASSERT_EQ(table.RegisterCollectionJob(3, PROF_JOB_SYS_STAT, std::make_shared<FakeJob>(true)),
+              0);
+
+    EXPECT_EQ(table.UnregisterCollectionJob(3, PROF_JOB_SYS_STAT), 0);
+
+    EXPECT_EQ(log.Texts('W'), std::vector<std::string>{"IsGlobalJobLevel, devId:3 jobTag:30"});
+}
+
 TEST_F(CollectionRegister, OtherTagsRunBesideAGlobalJob) {
     ASSERT_EQ(table.RegisterCollectionJob(0, PROF_JOB_SYS_STAT, std::make_shared<FakeJob>(true)),
               0);
