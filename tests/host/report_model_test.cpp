@@ -1,0 +1,355 @@
+// Tests of what a page tells of a result.
+#include "host/report/report_model.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "host/report_decode.h"
+
+namespace tiv::host {
+namespace {
+
+constexpr uint64_t MS = 1'000'000;
+constexpr uint64_t START = 16'000 * MS;  // a border of cells
+
+ResultDirectory CompleteResult() {
+    ResultDirectory result;
+    result.path = "/results/PROF_1/";
+    result.tool = "tivctl 1.0.0";
+    result.state = "complete";
+    result.complete = true;
+    result.devices.push_back({0, "device_0", "job-1", {"cpu"}, true, true, "", "{}"});
+    return result;
+}
+
+// A model that has begun, and what is asked of its page.
+class ReportModelTest : public testing::Test {
+ protected:
+    ReportModelTest() { model.OnBegin(CompleteResult()); }
+
+    DecodedPage Decode(const ReadOutcome& outcome = {}) {
+        model.OnEnd(outcome);
+        return DecodedPage(model.Encode());
+    }
+
+    void AddCpu(uint64_t timeMs, int32_t core, double user, double system, double idle) {
+        SystemCpuRow row;
+        row.timeNs = START + timeMs * MS;
+        row.core = core;
+        row.use.emplace();
+        row.use->intervalNs = 100 * MS;
+        row.use->percent[USER] = user;
+        row.use->percent[SYSTEM] = system;
+        row.use->percent[IDLE] = idle;
+        model.OnSystemCpu(row);
+    }
+
+    void AddProcess(uint64_t process, uint32_t pid, const char* name, uint64_t cpuMs,
+                    uint64_t residentBytes) {
+        ProcessCpuRow cpu;
+        cpu.process = process;
+        cpu.timeNs = START + 100 * MS;
+        cpu.use.emplace();
+        cpu.use->intervalNs = 100 * MS;
+        cpu.use->userNs = cpuMs * MS;
+        model.OnProcessCpu(cpu);
+        ProcessMemoryRow memory;
+        memory.process = process;
+        memory.timeNs = START + 100 * MS;
+        memory.residentBytes = residentBytes;
+        model.OnProcessMemory(memory);
+        model.OnProcess({0, process, pid, 1, 1, name, START, START + 100 * MS});
+    }
+
+    ReportModel model;
+};
+
+nlohmann::json RowOf(const nlohmann::json& table, const std::string& first) {
+    for (const auto& row : table.at("rows")) {
+        if (row.at(0) == first) {
+            return row;
+        }
+    }
+    return nullptr;
+}
+
+std::string FactOf(const DecodedPage& page, const std::string& name) {
+    for (const auto& fact : page.model.at("facts")) {
+        if (fact.at(0) == name) {
+            return fact.at(1);
+        }
+    }
+    return "";
+}
+
+TEST_F(ReportModelTest, ResultWithoutAnyReadingSaysWhatWasNotMeasured) {
+    const DecodedPage page = Decode();
+
+    EXPECT_TRUE(page.model["grid"].is_null());
+    for (const char* id :
+         {"cpu", "memory", "process-cpu", "process-memory", "channels", "profile"}) {
+        EXPECT_EQ(page.Section(id).at("kind"), "empty") << id;
+        EXPECT_NE(page.Section(id).at("text"), "") << id;
+    }
+}
+
+TEST_F(ReportModelTest, HeadNamesTheResultAndItsState) {
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(page.model["name"], "PROF_1");
+    EXPECT_EQ(page.model["state"], "complete");
+    EXPECT_EQ(page.model["missing"].size(), 0u);
+    EXPECT_EQ(FactOf(page, "Device 0, job"), "job-1");
+    EXPECT_EQ(FactOf(page, "Units of the job"), "pages of 4096 bytes, 100 clock ticks per second");
+}
+
+TEST_F(ReportModelTest, ProblemOfTheReadingMakesACompleteResultIncomplete) {
+    ReadOutcome outcome;
+    outcome.problems = {"a file\nis cut"};
+
+    const DecodedPage page = Decode(outcome);
+
+    EXPECT_EQ(page.model["state"], "incomplete");
+    EXPECT_EQ(page.model["missing"][0], "a file\\x0ais cut");
+}
+
+TEST_F(ReportModelTest, CpuIsDrawnByStateAndByCore) {
+    AddCpu(100, ALL_CORES, 30, 20, 50);
+    AddCpu(100, 0, 60, 40, 0);
+    AddCpu(100, 1, 0, 0, 100);
+
+    const DecodedPage page = Decode();
+    const nlohmann::json chart = page.Section("cpu-0");
+    const nlohmann::json cores = page.Section("cores-0");
+
+    EXPECT_EQ(chart["series"][0]["name"], "user");
+    EXPECT_EQ(page.Column<float>(chart["series"][0]["mean"])[3], 30);
+    EXPECT_EQ(chart["series"][2]["name"], "system");
+    EXPECT_EQ(page.Column<float>(chart["series"][2]["mean"])[3], 20);
+    ASSERT_EQ(cores["rows"].size(), 2u);
+    EXPECT_EQ(page.Column<float>(cores["rows"][0]["mean"])[3], 100);
+    EXPECT_EQ(page.Column<float>(cores["rows"][1]["mean"])[3], 0);
+    EXPECT_EQ(page.Column<float>(page.model["overview"])[3], 50);
+}
+
+TEST_F(ReportModelTest, CpuTableHasMeansWeightedByTimeAndTheBusiestReading) {
+    AddCpu(100, 0, 60, 40, 0);
+    AddCpu(200, 0, 10, 0, 90);
+    AddCpu(200, ALL_CORES, 10, 0, 90);
+
+    const nlohmann::json row = RowOf(Decode().Section("core-table-0"), "cpu0");
+
+    EXPECT_EQ(row[1], 55);
+    EXPECT_EQ(row[2], 100);
+    EXPECT_EQ(row[3], 35);
+}
+
+TEST_F(ReportModelTest, TimeWithoutReadingsIsAGap) {
+    AddCpu(100, ALL_CORES, 50, 0, 50);
+    AddCpu(900, ALL_CORES, 50, 0, 50);
+
+    const DecodedPage page = Decode();
+    const auto user = page.Column<float>(page.Section("cpu-0")["series"][0]["mean"]);
+
+    EXPECT_EQ(user.front(), 50);
+    EXPECT_TRUE(std::isnan(user[30]));
+    EXPECT_EQ(user.back(), 50);
+}
+
+TEST_F(ReportModelTest, MemoryIsPartedIntoWhatItIsUsedFor) {
+    const std::pair<const char*, uint64_t> keys[] = {{"MemTotal", 1000},
+                                                     {"MemFree", 400},
+                                                     {"Buffers", 50},
+                                                     {"Cached", 150},
+                                                     {"SReclaimable", 100}};
+    uint32_t number = 0;
+    for (const auto& [name, value] : keys) {
+        model.OnMemoryKey({0, number, name, true});
+        model.OnMemory({0, START, number++, value});
+    }
+
+    const DecodedPage page = Decode();
+    const nlohmann::json series = page.Section("memory-0")["series"];
+
+    EXPECT_EQ(page.Column<float>(series[0]["mean"])[0], 300);  // used
+    EXPECT_EQ(page.Column<float>(series[1]["mean"])[0], 250);  // cache
+    EXPECT_EQ(page.Column<float>(series[2]["mean"])[0], 50);   // buffers
+    EXPECT_EQ(page.Column<float>(series[3]["mean"])[0], 400);  // free
+    EXPECT_EQ(page.Section("memory-0")["top"], 1000);
+}
+
+TEST_F(ReportModelTest, MemoryLevelIsNotDrawnAcrossALongSilence) {
+    model.OnMemoryKey({0, 0, "MemTotal", true});
+    model.OnMemoryKey({0, 1, "MemFree", true});
+    for (const uint64_t ms : {0, 100, 5000}) {
+        model.OnMemory({0, START + ms * MS, 0, 1000});
+        model.OnMemory({0, START + ms * MS, 1, 300});
+    }
+
+    const DecodedPage page = Decode();
+    const auto used = page.Column<float>(page.Section("memory-0")["series"][0]["mean"]);
+
+    EXPECT_TRUE(std::isnan(used[200]));
+    EXPECT_EQ(used.back(), 700);
+}
+
+TEST_F(ReportModelTest, BusiestProcessesAreDrawnAndTheRestIsSummedUp) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        AddProcess(i, 1000 + i, "worker", i, 4096 * i);
+    }
+
+    const DecodedPage page = Decode();
+    const nlohmann::json cpu = page.Section("process-cpu")["series"];
+
+    ASSERT_EQ(cpu.size(), ProcessPart::SHOWN + 1);
+    EXPECT_EQ(cpu[0]["name"], "worker (1012)");
+    EXPECT_EQ(page.Column<float>(cpu[0]["mean"])[1], 12);
+    EXPECT_EQ(cpu.back()["name"], "all other processes");
+    EXPECT_EQ(page.Column<float>(cpu.back()["mean"])[1], 1 + 2);
+    EXPECT_EQ(page.Section("process-memory")["series"].size(), ProcessPart::SHOWN);
+}
+
+TEST_F(ReportModelTest, ProcessTableHasAllOfThem) {
+    AddProcess(1, 77, "<b>\"x\"\n", 25, 8192);
+    AddProcess(2, 78, "", 0, 4096);
+
+    const nlohmann::json table = Decode().Section("processes");
+
+    ASSERT_EQ(table["rows"].size(), 2u);
+    const nlohmann::json row = RowOf(table, "<b>\"x\"\\x0a");
+    EXPECT_EQ(row[1], 77);
+    EXPECT_EQ(row[3], 0.025);
+    EXPECT_EQ(row[4], 25);
+    EXPECT_EQ(row[7], 8192);
+    EXPECT_FALSE(RowOf(table, "(no name)").is_null());
+}
+
+TEST_F(ReportModelTest, ProcessWhoseCpuWasNotReadHasNoCpuFigures) {
+    ProcessMemoryRow memory;
+    memory.process = 1;
+    memory.timeNs = START;
+    memory.residentBytes = 4096;
+    model.OnProcessMemory(memory);
+    model.OnProcess({0, 1, 5, {}, {}, "p", START, START});
+
+    const nlohmann::json row = RowOf(Decode().Section("processes"), "p");
+
+    EXPECT_TRUE(row[2].is_null());
+    EXPECT_TRUE(row[3].is_null());
+    EXPECT_TRUE(row[4].is_null());
+    EXPECT_EQ(row[7], 4096);
+}
+
+TEST_F(ReportModelTest, OfVeryManyProcessesTheGreatestStayInTheTable) {
+    const uint32_t count = 6 * ProcessPart::MOST_IN_TABLE;
+    for (uint32_t i = 1; i <= count; ++i) {
+        AddProcess(i, i, "p", 0, 4096 * i);
+    }
+
+    const nlohmann::json table = Decode().Section("processes");
+
+    EXPECT_LE(table["rows"].size(), 4 * ProcessPart::MOST_IN_TABLE);
+    EXPECT_EQ(table["rows"].back()[1], count);
+    EXPECT_NE(table["note"], "");
+}
+
+TEST_F(ReportModelTest, ChannelIsDrawnAsRates) {
+    const std::vector<std::string> events = {"page-faults"};
+    model.OnChannel({0, 1, 8, "data/llc.data", "software", ChannelSource::PERF,
+                     ChannelClock::RAW_MONOTONIC, 100, events});
+    model.OnChannelCount({1, START, 0, ALL_CORES, 999, {}});
+    model.OnChannelCount({1, START + 100 * MS, 0, ALL_CORES, 50, 100 * MS});
+    model.OnChannelLoss({1, START + 100 * MS, 7});
+
+    const DecodedPage page = Decode();
+    const nlohmann::json chart = page.Section("channel-0");
+    const nlohmann::json row = page.Section("channels")["rows"][0];
+
+    EXPECT_EQ(chart["title"], "Channel 8: software");
+    EXPECT_EQ(page.Column<float>(chart["series"][0]["mean"])[2], 500);
+    EXPECT_EQ(row[4], 1049);
+    EXPECT_EQ(row[6], 500.0);
+    EXPECT_EQ(row[8], 7);
+}
+
+TEST_F(ReportModelTest, EventsByCoreAreSummedUp) {
+    const std::vector<std::string> events = {"e"};
+    model.OnChannel(
+        {0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::RAW_MONOTONIC, 100, events});
+    model.OnChannelCount({1, START + 100 * MS, 0, 0, 10, 100 * MS});
+    model.OnChannelCount({1, START + 100 * MS, 0, 1, 30, 100 * MS});
+
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(page.Column<float>(page.Section("channel-0")["series"][0]["mean"])[2], 400);
+}
+
+TEST_F(ReportModelTest, StatisticWithAClockOfItsOwnBeginsAtZeroAndSaysSo) {
+    const std::vector<std::string> events = {"read"};
+    AddCpu(100, ALL_CORES, 50, 0, 50);
+    model.OnChannel(
+        {0, 1, {}, "f", "", ChannelSource::STATISTIC, ChannelClock::SINCE_START, 100, events});
+    model.OnChannelCount({1, 100 * MS, 0, ALL_CORES, 10, 100 * MS});
+
+    const DecodedPage page = Decode();
+    const nlohmann::json chart = page.Section("channel-0");
+
+    EXPECT_EQ(page.Column<float>(chart["series"][0]["mean"])[2], 100);
+    EXPECT_NE(std::string(chart["note"]).find("not known"), std::string::npos);
+    EXPECT_LT(page.model["grid"]["count"], 20);
+}
+
+TEST_F(ReportModelTest, NumbersThatDoNotFollowEachOtherAreTold) {
+    const std::vector<std::string> events;
+    model.OnChannel({0, 1, 8, "f", "count", ChannelSource::COUNTER, ChannelClock::NONE, 0, events});
+    model.OnChannelRun({1, 0, 100});
+    model.OnChannelRun({1, 150, 10});
+
+    const nlohmann::json row = Decode().Section("channels")["rows"][0];
+
+    EXPECT_EQ(row[3], "numbers, 1 places where they did not follow each other");
+    EXPECT_EQ(row[4], 110);
+    EXPECT_TRUE(row[6].is_null());
+}
+
+TEST_F(ReportModelTest, EachEventOfTheProfileHasAFlameGraph) {
+    const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
+    model.OnProfileSample({0, START, {}, {}, {}, "app", "cycles", 1, stack});
+    model.OnProfileSample({0, START, {}, {}, {}, "app", "faults", 1, stack});
+
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(page.Section("flame-0")["title"], "CPU profile at cycles");
+    EXPECT_EQ(page.Section("flame-1")["title"], "CPU profile at faults");
+    EXPECT_EQ(page.Section("functions-0")["rows"][0][0], "f");
+}
+
+TEST_F(ReportModelTest, FilesAreListedWithWhatCouldNotBeRead) {
+    model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
+    model.OnFile({0, "data/y", FileKind::OTHER, 5, 0, 0, 0, ""});
+
+    const DecodedPage page = Decode();
+    const nlohmann::json rows = page.Section("files")["rows"];
+
+    EXPECT_EQ(rows[0][5], 2);
+    EXPECT_EQ(rows[0][7], "cut");
+    EXPECT_TRUE(rows[1][4].is_null());
+    EXPECT_EQ(FactOf(page, "Read"), "15 B in 2 files; 2 unreadable records, 3 unreadable bytes");
+}
+
+TEST_F(ReportModelTest, ZeroOfThePlotsIsToldOnBothClocks) {
+    ResultDirectory result = CompleteResult();
+    result.clock = ClockPair{1'700'000'000'000 * MS, START - 500 * MS};
+    model.OnBegin(result);
+    AddCpu(100, ALL_CORES, 50, 0, 50);
+
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(FactOf(page, "0 s in the plots"),
+              "16.000000000 s of the device's raw monotonic clock");
+    EXPECT_EQ(FactOf(page, "0 s in wall time"), "2023-11-14 22:13:20.500 UTC");
+}
+
+}  // namespace
+}  // namespace tiv::host
