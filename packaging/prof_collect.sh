@@ -156,6 +156,12 @@ await_perf() {
     exec 3<&-
 }
 
+# The kernel makes the list of its symbols anew for every reader, at a cost that would show in each
+# conversion: one copy serves a whole recording. Only root may know the addresses.
+keep_symbols() {
+    cat /proc/kallsyms >"$RUN_DIR/kallsyms.$$" && mv -f "$RUN_DIR/kallsyms.$$" "$RUN_DIR/kallsyms"
+}
+
 need_perf() {
     command -v perf >/dev/null || fail "no perf on this machine, install linux-perf"
 }
@@ -200,6 +206,7 @@ record() {
     frequency=${frequency:-1}
     sequence=0
     begin_recorder
+    keep_symbols
     record_events "$3"
     if [ "$stopping" = 0 ] && [ "$status" -ne 0 ] && [ "$sequence" -eq 0 ]; then
         echo "prof_collect: events not recorded, cpu-clock in their place: events=$3" >&2
@@ -272,7 +279,8 @@ print_text() {
     # shellcheck disable=SC2016
     as_owner sh -c '[ -f "$1" ] && [ ! -L "$1" ] && exec cat -- "$1"' sh "$name" >"$copy/data" ||
         fail "no record file: path=$1"
-    cat /proc/kallsyms >"$copy/kallsyms"
+    [ -f "$RUN_DIR/kallsyms" ] || keep_symbols
+    cp "$RUN_DIR/kallsyms" "$copy/kallsyms"
     group=$(id -g nobody)
     chgrp -R "$group" "$copy" && chmod -R g=rX "$copy"
     cd "$copy" || fail "no place for a copy: path=$copy"

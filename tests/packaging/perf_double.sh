@@ -5,6 +5,8 @@
 #   files     number of finished files that a recording leaves at once (2)
 #   deaf      it takes no notice of an interrupt
 #   dies      it ends by itself
+#
+# In symbols it leaves the number of kernel symbols that a conversion was given.
 here=/usr/local/sbin/perf.d
 line="$*"
 echo "$(id -un) $line" >>"$here/calls"
@@ -74,5 +76,8 @@ case $1 in
         echo "counted $(option -e)" >&2
         wait_for_the_end
         ;;
-    script) sed 's/^/text of /' "$(option -i)" ;;
+    script)
+        wc -l <kallsyms >"$here/symbols"
+        sed 's/^/text of /' "$(option -i)"
+        ;;
 esac

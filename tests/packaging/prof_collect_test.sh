@@ -279,7 +279,32 @@ test_text_is_made_by_nobody() {
 
     expect_file "$work/out" "text of record"
     has_line "$double/calls" "nobody --no-pager script --no-inline --kallsyms=kallsyms -i data" || die "$(cat "$double/calls")"
-    expect "$(ls "$run")" ""
+    expect "$(ls "$run")" kallsyms
+}
+
+test_text_has_the_kernels_symbols_that_only_root_may_read() {
+    need_other_users
+    echo record >"$path.000001"
+
+    "$script" --script "$path.000001" >"$work/out" || die "no text"
+
+    expect_file "$double/symbols" "$(wc -l </proc/kallsyms)"
+    expect "$(stat -c %u:%a "$run/kallsyms")" 0:600
+}
+
+test_recording_takes_the_symbols_anew_and_its_conversions_do_not() {
+    need_other_users
+    mkdir -m 0711 "$run"
+    echo stale >"$run/kallsyms"
+    start_record
+    await test -e "$path.000001"
+    expect "$(wc -l <"$run/kallsyms")" "$(wc -l </proc/kallsyms)"
+
+    echo of this recording >"$run/kallsyms"
+    "$script" --script "$path.000001" >"$work/out" || die "no text"
+    "$script" --kill
+
+    expect_file "$double/symbols" 1
 }
 
 test_link_is_no_record_file() {
@@ -386,7 +411,7 @@ test_hostile_arguments_are_refused() {
         '{r1,r1,r1,r1,r1,r1,r1,r1,r1}' '{r11111111111111111}' ''; do
         refused --record "$path" 0050 "$bad"
     done
-    for bad in a.c --all a=b 'a b' ,a a, '$(id)' ''; do
+    for bad in a.c --all a=b 'a b' ,a a, '$(id)' '' "$(printf '%0513d' 0)"; do
         refused --stat "$dir/llc.data.5" "$bad" 100
     done
     for bad in 0 -1 1.5 01 1234567890 ''; do
