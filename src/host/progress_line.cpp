@@ -2,15 +2,14 @@
 #include "host/progress_line.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "host/console.h"
 #include "host/duration.h"
+#include "host/terminal.h"
 
 namespace tiv::host {
 
@@ -19,25 +18,11 @@ namespace {
 constexpr std::chrono::milliseconds REPAINT_INTERVAL{100};
 constexpr std::chrono::seconds PLAIN_INTERVAL{5};
 constexpr std::chrono::milliseconds RATE_INTERVAL{500};
-constexpr size_t DEFAULT_COLUMNS = 80;
-
-bool IsPaintableTerminal() {
-    const char* term = std::getenv("TERM");
-    return isatty(STDERR_FILENO) == 1 && (term == nullptr || std::strcmp(term, "dumb") != 0);
-}
-
-// A terminal may report 0 columns.
-size_t Columns() {
-    struct winsize size {};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-        return DEFAULT_COLUMNS;
-    }
-    return size.ws_col;
-}
 
 }  // namespace
 
-ProgressLine::ProgressLine(bool quiet) : quiet_(quiet), terminal_(IsPaintableTerminal()) {}
+ProgressLine::ProgressLine(bool quiet)
+    : quiet_(quiet), terminal_(IsPaintableTerminal(STDERR_FILENO)) {}
 
 std::string ProgressLine::Text(const Progress& progress) {
     const auto now = std::chrono::steady_clock::now();
@@ -67,7 +52,7 @@ void ProgressLine::Show(const Progress& progress) {
     lastShown_ = now;
     std::string text = Text(progress);
     if (terminal_) {
-        text.resize(std::min(text.size(), Columns() - 1));
+        text.resize(std::min(text.size(), TerminalColumns(STDERR_FILENO) - 1));
         Say(stderr, "\r\033[K" + text);
         painted_ = true;
     } else {

@@ -30,5 +30,6 @@ class Command {
 [[nodiscard]] std::vector<std::unique_ptr<Command>> MakeCommands();
 
 std::unique_ptr<Command> MakeCollectCommand();
+std::unique_ptr<Command> MakeExportCommand();
 
 }  // namespace tiv::host

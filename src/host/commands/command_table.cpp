@@ -9,6 +9,7 @@ using MakeCommand = std::unique_ptr<Command> (*)();
 
 constexpr MakeCommand COMMANDS[] = {
     MakeCollectCommand,
+    MakeExportCommand,
 };
 
 }  // namespace
