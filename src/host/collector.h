@@ -1,10 +1,13 @@
 // A whole collection: all devices from the first handshake to the finished result directory.
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/child_command.h"
 #include "host/device_link.h"
 #include "host/device_run.h"
 #include "host/job_plan.h"
@@ -18,7 +21,8 @@ namespace tiv::host {
 // manifest says whether it is everything. One object per collection; one thread.
 class Collector {
  public:
-    Collector(JobPlan plan, CollectOptions options, bool quiet);
+    // `view` is borrowed; without one a progress line is shown, unless `quiet`.
+    Collector(JobPlan plan, CollectOptions options, bool quiet, CollectionView* view = nullptr);
 
     // Returns the exit code. Messages for people go to standard error.
     int Run();
@@ -31,7 +35,14 @@ class Collector {
     bool MakeResult();
     bool MakeDirectories(const std::string& path);
     bool StartAll();
-    void Collect();
+    bool StartCommand();
+    bool RunReplays();
+    bool NextReplay();
+    bool PassTime(std::optional<std::chrono::steady_clock::time_point> end,
+                  const std::string& phase);
+    bool TakeStop();
+    void EndReplayRecord();
+    void WaitForCommand();
     bool StopAll();
     bool DrainAll();
     int Finish(bool drained);
@@ -48,9 +59,13 @@ class Collector {
     const CollectOptions options_;
     StopSignal stop_;
     ProgressLine progress_;
+    CollectionView& view_;
     DeviceLink link_;  // outlives the runs
     std::vector<std::unique_ptr<DeviceRun>> runs_;
     std::string directory_;
+    const bool quiet_;
+    ChildCommand command_;
+    int leaveCode_;         // of a collection that does not begin
     bool starting_ = true;  // until every device collects: the first Ctrl-C gives up
     bool saidHowToLeave_ = false;
     CollectionRecord record_;

@@ -14,12 +14,14 @@ constexpr std::chrono::seconds REFUSED_PATIENCE{2};
 
 }  // namespace
 
-DeviceRun::DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp)
+DeviceRun::DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp,
+                     const TapFiles& tap)
     : link_(link),
       job_(std::move(job)),
       directory_(std::move(directory)),
       giveUp_(std::move(giveUp)),
-      files_(directory_) {}
+      files_(directory_),
+      tap_(tap ? tap(job_.deviceId, files_) : nullptr) {}
 
 DeviceRun::~DeviceRun() { Abandon(); }
 
@@ -44,14 +46,25 @@ bool DeviceRun::Connect() {
     if (transport == nullptr) {
         return false;
     }
-    data_ = std::make_unique<DataSession>(job_.deviceId, job_.jobId, std::move(transport), files_,
+    ChunkSink& sink = tap_ == nullptr ? files_ : *tap_;
+    data_ = std::make_unique<DataSession>(job_.deviceId, job_.jobId, std::move(transport), sink,
                                           giveUp_);
     return Check(data_->Handshake());
 }
 
 bool DeviceRun::Start() {
-    return Check(control_->StartJob(job_.configText)) &&
-           Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents));
+    return Check(control_->StartJob(job_.configText)) && StartReplay();
+}
+
+bool DeviceRun::StartReplay() {
+    ++replayId_;
+    replaying_ = Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents, replayId_));
+    return replaying_;
+}
+
+bool DeviceRun::StopReplay() {
+    replaying_ = false;
+    return Check(control_->StopReplay(replayId_));
 }
 
 bool DeviceRun::Alive() {
@@ -59,7 +72,7 @@ bool DeviceRun::Alive() {
 }
 
 bool DeviceRun::Stop() {
-    if (!Check(control_->StopReplay())) {
+    if (replaying_ && !StopReplay()) {
         return false;
     }
     if (!control_->SendStopJob()) {

@@ -1,6 +1,7 @@
 // One device's part of a collection: both sessions, the job's steps, and what came of them.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,25 +13,33 @@
 
 namespace tiv::host {
 
+// Makes a sink that stands in front of a device's files, or null for none.
+using TapFiles = std::function<std::unique_ptr<ChunkSink>(int deviceId, ChunkSink& files)>;
+
 // Drives one job on one device. The steps are made in the order of the declarations by one thread;
 // each returns false when it failed and then Failure tells why. After a failed step the run is
 // ended with Abandon or by its destructor; what arrived until then is kept.
 class DeviceRun {
  public:
     // `link` outlives the run. `directory` is the device's own directory, which exists. `giveUp`
-    // ends the waits for answers early.
-    DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp = {});
+    // ends the waits for answers early. `tap` may put a sink in front of the files, which then gets
+    // every chunk and decides whether the files get it, too.
+    DeviceRun(DeviceLink& link, DeviceJob job, std::string directory, GiveUp giveUp = {},
+              const TapFiles& tap = {});
     ~DeviceRun();
     DeviceRun(const DeviceRun&) = delete;
     DeviceRun& operator=(const DeviceRun&) = delete;
 
     // Opens the control and the data session.
     [[nodiscard]] bool Connect();
-    // Starts the job and its collection.
+    // Starts the job and its first replay: from here on the device collects.
     [[nodiscard]] bool Start();
+    // Ends a replay, or begins another one on the same job.
+    [[nodiscard]] bool StopReplay();
+    [[nodiscard]] bool StartReplay();
     // True while both sessions are open.
     [[nodiscard]] bool Alive();
-    // Ends the collection and the job, without waiting for the rest of the data.
+    // Ends the replay that runs and the job, without waiting for the rest of the data.
     [[nodiscard]] bool Stop();
     // Waits for the rest of the data and the answer to the stop. The wait goes on as long as data
     // arrives; a minute without any ends it. `onWait` is called several times a second; when it
@@ -65,10 +74,13 @@ class DeviceRun {
     const std::string directory_;
     const GiveUp giveUp_;
     ResultFiles files_;
+    const std::unique_ptr<ChunkSink> tap_;  // outlives the session; mostly null
     std::unique_ptr<DataSession> data_;
     std::unique_ptr<ControlSession> control_;
     std::string failure_;
     bool stopAccepted_ = false;
+    bool replaying_ = false;
+    int replayId_ = -1;  // of the last replay that was started; they count from 0
     uint64_t drainedBytes_ = 0;
     std::chrono::steady_clock::time_point lastProgress_;
 };

@@ -5,26 +5,20 @@
 #include <cstdint>
 #include <string>
 
-namespace tiv::host {
+#include "host/collection_view.h"
 
-struct Progress {
-    std::string phase;  // "collecting", "draining"
-    std::chrono::milliseconds elapsed{0};
-    std::chrono::milliseconds total{0};  // 0: no end is known
-    uint64_t bytes = 0;
-    uint64_t files = 0;
-};
+namespace tiv::host {
 
 // Repaints one line at most ten times a second on a terminal; elsewhere writes a plain line every
 // five seconds. One thread.
-class ProgressLine {
+class ProgressLine : public CollectionView {
  public:
     // `quiet` writes nothing at all.
     explicit ProgressLine(bool quiet);
 
-    void Show(const Progress& progress);
+    void Show(const Progress& progress) override;
     // Removes the line, so that a message can stand in its place.
-    void Clear();
+    void Clear() override;
 
  private:
     std::string Text(const Progress& progress);
