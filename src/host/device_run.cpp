@@ -53,18 +53,8 @@ bool DeviceRun::Connect() {
 }
 
 bool DeviceRun::Start() {
-    return Check(control_->StartJob(job_.configText)) && StartReplay();
-}
-
-bool DeviceRun::StartReplay() {
-    ++replayId_;
-    replaying_ = Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents, replayId_));
-    return replaying_;
-}
-
-bool DeviceRun::StopReplay() {
-    replaying_ = false;
-    return Check(control_->StopReplay(replayId_));
+    return Check(control_->StartJob(job_.configText)) &&
+           Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents));
 }
 
 bool DeviceRun::Alive() {
@@ -72,7 +62,7 @@ bool DeviceRun::Alive() {
 }
 
 bool DeviceRun::Stop() {
-    if (replaying_ && !StopReplay()) {
+    if (!Check(control_->StopReplay())) {
         return false;
     }
     if (!control_->SendStopJob()) {
