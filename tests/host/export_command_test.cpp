@@ -1,0 +1,125 @@
+// tivctl export as a program.
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "host/export_bench.h"
+#include "host/tivctl_bench.h"
+#include "host/work_progress.h"
+
+using namespace tiv::host;
+using namespace tiv::test;
+
+namespace {
+
+class ExportCommand : public TivctlTest {
+ protected:
+    int Export(const std::vector<std::string>& words) {
+        std::vector<std::string> all = {"export"};
+        all.insert(all.end(), words.begin(), words.end());
+        tivctl_ = std::make_unique<TivctlRun>(directory_, all);
+        return tivctl_->Wait();
+    }
+};
+
+}  // namespace
+
+TEST_F(ExportCommand, TellsWhereTheExportWent) {
+    const std::string path = directory_.Path("x.sqlite");
+
+    EXPECT_EQ(0, Export({Golden("complete"), "--to", "sqlite", "--output", path}));
+
+    EXPECT_EQ(path + "\n", tivctl_->Output());
+    EXPECT_EQ("", tivctl_->Errors());
+    EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+TEST_F(ExportCommand, WithoutAPlaceTheExportGoesIntoTheResult) {
+    std::filesystem::copy(Golden("profile"), directory_.Path("r"),
+                          std::filesystem::copy_options::recursive);
+    for (const auto& [format, file] :
+         {std::pair("csv", "csv/process.csv"), std::pair("sqlite", "result.sqlite"),
+          std::pair("perfetto", "timeline.pftrace.gz"),
+          std::pair("folded", "folded/cpu-clock.folded")}) {
+        EXPECT_EQ(0, Export({directory_.Path("r"), "--to", format, "--quiet"})) << format;
+        EXPECT_EQ("", tivctl_->Output());
+        EXPECT_TRUE(std::filesystem::exists(directory_.Path("r/") + file)) << file;
+    }
+}
+
+TEST_F(ExportCommand, ExportsInTheResultAreNoPartOfIt) {
+    std::filesystem::copy(Golden("complete"), directory_.Path("r"),
+                          std::filesystem::copy_options::recursive);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(0, Export({directory_.Path("r"), "--to", "csv"}));
+        EXPECT_EQ("", tivctl_->Errors());
+    }
+}
+
+TEST_F(ExportCommand, IncompleteResultIsExportedWithAWarning) {
+    EXPECT_EQ(0, Export({Golden("incomplete"), "--to", "csv", "--output", directory_.Path("c")}));
+
+    EXPECT_EQ(
+        "tivctl: the result is INCOMPLETE, and so is its export:\n"
+        "  device 0: the data session ended before the device had sent everything\n"
+        "  device 0: the end of its data never arrived\n"
+        "  device 0: nothing arrived from the sampler cpu\n",
+        tivctl_->Errors());
+}
+
+TEST_F(ExportCommand, ManyProblemsAreCutShort) {
+    (void)directory_.MakeDir("r/device_0/data");
+    for (int i = 0; i < 9; ++i) {
+        directory_.Write("r/device_0/data/" + std::to_string(i) + "-Memory.data", "\x1b[2J");
+    }
+
+    EXPECT_EQ(0, Export({directory_.Path("r"), "--to", "csv", "--output", directory_.Path("c")}));
+
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("and 5 more, see `tivctl info "));
+    EXPECT_EQ(std::string::npos, tivctl_->Errors().find('\x1b'));
+}
+
+TEST_F(ExportCommand, WrongCommandLinesExit2) {
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{},
+                                               {Golden("complete")},
+                                               {"--to", "csv"},
+                                               {Golden("complete"), "--to", "xml"},
+                                               {directory_.Path(), "--to", "csv"},
+                                               {directory_.Path("none"), "--to", "csv"}}) {
+        EXPECT_EQ(2, Export(words));
+        EXPECT_NE("", tivctl_->Errors());
+    }
+}
+
+TEST_F(ExportCommand, WhatIsNoResultIsToldWithWhatToName) {
+    EXPECT_EQ(2, Export({directory_.MakeDir("empty"), "--to", "csv"}));
+
+    EXPECT_NE(std::string::npos,
+              tivctl_->Errors().find("name a directory that `tivctl collect` made"));
+}
+
+TEST_F(ExportCommand, FoldedStacksWithoutAProfileAreToldWithTheOptionToUse) {
+    EXPECT_EQ(2, Export({Golden("complete"), "--to", "folded", "--output", directory_.Path("f")}));
+
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("collect one with --ctrl-cpu"));
+}
+
+TEST_F(ExportCommand, PlaceThatCannotBeWrittenExits1) {
+    EXPECT_EQ(1, Export({Golden("complete"), "--to", "perfetto", "--output",
+                         directory_.Path("none/x.pftrace.gz")}));
+
+    EXPECT_EQ("tivctl: cannot write " + directory_.Path("none/x.pftrace.gz") +
+                  ": No such file or directory; choose another place with --output\n",
+              tivctl_->Errors());
+}
+
+TEST(WorkProgress, LineTellsShareSizesRateAndRest) {
+    const WorkProgress progress("exporting", true);
+
+    EXPECT_EQ("exporting  25%  250.0 MB of 1.0 GB  125.0 MB/s  6.0s left",
+              progress.Text(250000000, 1000000000, std::chrono::seconds(2)));
+    EXPECT_EQ("exporting  100%  0 B of 0 B  0 B/s", progress.Text(0, 0, std::chrono::seconds(2)));
+    EXPECT_EQ("exporting  100%  20 B of 20 B  20 B/s  0ms left",
+              progress.Text(20, 10, std::chrono::seconds(1)));
+}

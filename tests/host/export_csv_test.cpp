@@ -1,0 +1,138 @@
+// Results as CSV.
+#include <algorithm>
+#include <filesystem>
+
+#include "host/export/csv_exporter.h"
+#include "host/export_bench.h"
+
+using namespace tiv::host;
+using namespace tiv::test;
+
+namespace {
+
+std::string Field(std::string_view text) {
+    std::string out;
+    AppendCsvField(text, out);
+    return out;
+}
+
+class CsvExport : public testing::Test {
+ protected:
+    void Export(const std::string& result) {
+        const ExportReport report =
+            ExportResult(Golden(result), ExportFormat::CSV, directory_.Path("csv"));
+        ASSERT_EQ("", report.error);
+    }
+    std::vector<Cells> Rows(const std::string& table) const {
+        auto rows = ParseCsv(directory_.Read("csv/" + table + ".csv"));
+        rows.erase(rows.begin());
+        return rows;
+    }
+
+    TempDir directory_;
+};
+
+}  // namespace
+
+TEST(CsvField, StandsInQuotesWhereItMust) {
+    EXPECT_EQ("plain text", Field("plain text"));
+    EXPECT_EQ("\"\"", Field(""));
+    EXPECT_EQ("\"a,b\"", Field("a,b"));
+    EXPECT_EQ("\"say \"\"hi\"\"\"", Field("say \"hi\""));
+    EXPECT_EQ("\"a\nb\"", Field("a\nb"));
+    EXPECT_EQ("\"a\rb\"", Field("a\rb"));
+    EXPECT_EQ("\" a\"", Field(" a"));
+    EXPECT_EQ("\"a \"", Field("a "));
+}
+
+TEST_F(CsvExport, EveryTableHasAFileWithItsColumns) {
+    Export("complete");
+
+    for (const TableSpec& spec : TableSpecs()) {
+        const auto rows = ParseCsv(directory_.Read(std::string("csv/") + spec.name + ".csv"));
+        ASSERT_EQ(spec.columns.size(), rows.at(0).size()) << spec.name;
+        for (size_t i = 0; i < spec.columns.size(); ++i) {
+            EXPECT_EQ(spec.columns[i].name, rows[0][i]) << spec.name;
+        }
+        for (const Cells& row : rows) {
+            EXPECT_EQ(spec.columns.size(), row.size()) << spec.name;
+        }
+    }
+}
+
+TEST_F(CsvExport, HoldsEveryRowOfTheResult) {
+    const auto rows = RowsOf(Golden("complete"));
+    Export("complete");
+
+    const std::pair<const char*, const char*> tables[] = {
+        {"system_cpu", "cpu"},          {"memory", "memory"},
+        {"process_cpu", "process_cpu"}, {"process_memory", "process_memory"},
+        {"process", "process"},         {"channel_count", "count"},
+        {"memory_key", "key"},          {"file", "file"}};
+    for (const auto& [table, word] : tables) {
+        EXPECT_EQ(CountRows(rows, word), Rows(table).size()) << table;
+        EXPECT_GT(Rows(table).size(), 0u) << table;
+    }
+}
+
+TEST_F(CsvExport, HostileNamesComeBackAsTheyWere) {
+    Export("complete");
+    std::vector<std::string> names;
+    for (const Cells& row : Rows("process")) {
+        names.push_back(row[5].value_or(""));
+    }
+
+    for (const char* name :
+         {"it's \"q\"", "a\nb) S 1", "<b>&amp;<i>", "caf\\xe9", "\xe6\x97\xa5\xe6\x9c\xac"}) {
+        EXPECT_EQ(1, std::count(names.begin(), names.end(), name)) << name;
+    }
+}
+
+TEST_F(CsvExport, StacksAndMemoryKeysStandAsText) {
+    Export("profile");
+
+    const std::string stack = Rows("profile_sample").at(0).at(8).value_or("");
+    EXPECT_NE(std::string::npos, stack.find(';')) << stack;
+    Export("complete");
+    EXPECT_EQ("MemTotal", Rows("memory").at(0).at(2));
+}
+
+TEST_F(CsvExport, WhatWasNotMeasuredIsEmpty) {
+    Export("complete");
+
+    const Cells first = Rows("system_cpu").at(0);
+    EXPECT_EQ(std::nullopt, first[2]);
+    EXPECT_EQ(std::nullopt, first[3]);
+    EXPECT_EQ(std::nullopt, first[4]);
+    EXPECT_NE(std::nullopt, first[12]);
+}
+
+TEST_F(CsvExport, IncompleteResultSaysSo) {
+    Export("complete");
+    EXPECT_EQ("1", Rows("result").at(0).at(1));
+    EXPECT_TRUE(Rows("problem").empty());
+
+    Export("incomplete");
+    EXPECT_EQ("0", Rows("result").at(0).at(1));
+    EXPECT_EQ("device 0: the data session ended before the device had sent everything",
+              Rows("problem").at(0).at(0));
+}
+
+TEST_F(CsvExport, PlaceThatCannotBeWrittenIsToldWithTheWayOut) {
+    const std::string file = directory_.Write("file", "");
+
+    const ExportReport report = ExportResult(Golden("complete"), ExportFormat::CSV, file + "/csv");
+
+    EXPECT_EQ("cannot make the directory " + file +
+                  "/csv: Not a directory; choose another place with --output",
+              report.error);
+    EXPECT_FALSE(report.isNoResult);
+}
+
+TEST_F(CsvExport, LeavesNothingUnderAnotherName) {
+    Export("complete");
+
+    for (const auto& entry : std::filesystem::directory_iterator(directory_.Path("csv"))) {
+        EXPECT_EQ(".csv", entry.path().extension());
+    }
+}
