@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <new>
 #include <thread>
 
@@ -24,13 +25,14 @@ class EngineReplay : public EngineTest {
         FakeMm::Instance().mmOpen2 = [](const char*, int32_t flags, uint32_t) {
             return open("/dev/null", flags & ~(O_CREAT | O_TRUNC));
         };
-        FakeMm::Instance().mmCreateProcess = [this](const char* cmd, const mmArgvEnv* args,
-                                                    const char*, mmProcess* pid) {
+        FakeMm::Instance().mmCreateProcess = [lines = children](const char* cmd,
+                                                                const mmArgvEnv* args, const char*,
+                                                                mmProcess* pid) {
             std::string line = cmd;
             for (int32_t i = 1; i < args->argvCount; ++i) {
                 line += std::string(" ") + args->argv[i];
             }
-            children.push_back(line);
+            lines->push_back(line);
             *pid = 4711;
             return 0;
         };
@@ -52,7 +54,9 @@ class EngineReplay : public EngineTest {
         return true;
     }
 
-    std::vector<std::string> children;
+    // The engine still stops its jobs when the members here are gone.
+    std::shared_ptr<std::vector<std::string>> children =
+        std::make_shared<std::vector<std::string>>();
 };
 
 TEST_F(EngineReplay, SystemWideJobOfAnotherDeviceKeepsTheSecondOut) {
@@ -199,7 +203,7 @@ TEST_F(EngineReplay, LlcEventsReachTheScriptJobOnPlatformType0) {
     EXPECT_EQ(engine.ReplayStart(nullptr, status, Events({"read", "write"})), 0);
 
     EXPECT_TRUE(log.Has('I', "Total count of job registered: 3"));
-    EXPECT_EQ(children.at(0),
+    EXPECT_EQ(children->at(0),
               "sudo /var/prof_collect.sh --stat /var/log/npu/profiling/3/llc.data.5 read,write 20");
     EXPECT_TRUE(FakeDriver::Instance().Starts().empty());
 }
@@ -211,7 +215,7 @@ TEST_F(EngineReplay, ControlEventsReachTheScriptJobAlone) {
     EXPECT_EQ(engine.ReplayStart(Events({"0x11", "0x2a"}), status, nullptr), 0);
 
     EXPECT_TRUE(log.Has('I', "Total count of job registered: 29"));
-    EXPECT_EQ(children.at(0),
+    EXPECT_EQ(children->at(0),
               "sudo /var/prof_collect.sh --record "
               "/var/log/npu/profiling/3/ai_ctrl_cpu.data.5 0050 {r11,r2a}");
 }
