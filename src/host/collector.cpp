@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #include "common/utils.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "host/result_files.h"
 
 namespace tiv::host {
 
@@ -19,7 +21,16 @@ using analysis::rokt::common::utils::Utils;
 namespace {
 
 constexpr std::chrono::milliseconds WATCH_INTERVAL{100};
+constexpr std::chrono::milliseconds COMMAND_WATCH_INTERVAL{10};
 constexpr size_t PID_TEXT_WIDTH = 8;
+
+// From the first start to the last stop.
+std::optional<std::chrono::milliseconds> AskedTime(const CollectOptions& options) {
+    if (!options.duration.has_value()) {
+        return std::nullopt;
+    }
+    return *options.duration + (options.repeat - 1) * options.every.value_or(*options.duration);
+}
 
 }  // namespace
 
@@ -28,8 +39,13 @@ Collector::Collector(JobPlan plan, CollectOptions options, bool quiet, Collectio
       options_(std::move(options)),
       progress_(quiet),
       view_(view == nullptr ? progress_ : *view),
-      link_(options_.wait, [this](std::chrono::milliseconds time) { return !stop_.Wait(time); }) {
-    record_.asked = options_.duration;
+      link_(options_.wait, [this](std::chrono::milliseconds time) { return !stop_.Wait(time); }),
+      quiet_(quiet),
+      leaveCode_(EXIT_REFUSED) {
+    record_.asked = AskedTime(options_);
+    record_.command = options_.command;
+    record_.pageBytes = options_.pageBytes;
+    record_.ticksPerSecond = options_.ticksPerSecond;
     record_.started = std::chrono::system_clock::now();
     startedAt_ = std::chrono::steady_clock::now();
 }
@@ -89,8 +105,24 @@ bool Collector::StartAll() {
             return false;
         }
     }
+    if (!options_.command.empty() && !StartCommand()) {
+        return false;
+    }
     starting_ = false;
     startedAt_ = std::chrono::steady_clock::now();
+    record_.replays.push_back({std::chrono::system_clock::now(), {}});
+    return true;
+}
+
+// The devices collect already: nothing of the command's life is missed.
+bool Collector::StartCommand() {
+    const std::string error = command_.Start(options_.command);
+    if (!error.empty()) {
+        Report(error + "; nothing was collected");
+        leaveCode_ = EXIT_USAGE;
+        return false;
+    }
+    record_.runs = &command_;
     return true;
 }
 
@@ -103,7 +135,7 @@ void Collector::ShowProgress(const std::string& phase) {
     progress.phase = phase;
     progress.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - startedAt_);
-    progress.total = options_.duration;
+    progress.total = record_.asked.value_or(std::chrono::milliseconds(0));
     for (const auto& run : runs_) {
         progress.bytes += run->Bytes();
         progress.files += run->Files().FileCount();
@@ -111,22 +143,117 @@ void Collector::ShowProgress(const std::string& phase) {
     view_.Show(progress);
 }
 
-void Collector::Collect() {
-    const auto end = startedAt_ + options_.duration;
+// Takes note of a Ctrl-C. True when it ends the collection: a command is told of it, too, and ends
+// it when it ends itself.
+bool Collector::TakeStop() {
+    if (!record_.stoppedEarly) {
+        record_.stoppedEarly = true;
+        SayHowToLeave();
+        if (!stop_.FromTerminal()) {
+            command_.Signal(stop_.Signal());
+        }
+    }
+    return options_.command.empty();
+}
+
+// Watches the sessions until `end`; without one only Ctrl-C and the command end the collection.
+// True when the time is up, false when something else ended it.
+bool Collector::PassTime(std::optional<std::chrono::steady_clock::time_point> end,
+                         const std::string& phase) {
+    const bool hasCommand = !options_.command.empty();
     while (AllAlive()) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            return;
+        const auto now = std::chrono::steady_clock::now();
+        if (end.has_value() && now >= *end) {
+            return true;
         }
-        if (stop_.Wait(std::min(left, WATCH_INTERVAL))) {
-            record_.stoppedEarly = true;
-            SayHowToLeave();
-            return;
+        if (stop_.Asked() && TakeStop()) {
+            return false;
         }
-        ShowProgress("collecting");
+        if (hasCommand && !command_.Running()) {
+            return false;
+        }
+        auto slice = hasCommand ? COMMAND_WATCH_INTERVAL : WATCH_INTERVAL;
+        if (end.has_value()) {
+            slice = std::min(slice, std::chrono::ceil<std::chrono::milliseconds>(*end - now));
+        }
+        if (stop_.Asked()) {
+            std::this_thread::sleep_for(slice);  // for the command: waiting for the signal is over
+        } else {
+            (void)stop_.Wait(slice);
+        }
+        ShowProgress(phase);
     }
     Report("a session ended in the middle of the collection; keeping what arrived");
+    return false;
+}
+
+void Collector::EndReplayRecord() {
+    if (!record_.replays.back().ended.has_value()) {
+        record_.replays.back().ended = std::chrono::system_clock::now();
+    }
+}
+
+// Ends the replay on every device and, when its time has come, begins the next one. False when a
+// device did not take part in it or something ended the collection meanwhile.
+bool Collector::NextReplay() {
+    EndReplayRecord();
+    for (const auto& run : runs_) {
+        if (!run->StopReplay()) {
+            Report(run->Failure());
+            return false;
+        }
+    }
+    const auto replays = static_cast<int>(record_.replays.size());
+    const auto start = startedAt_ + replays * options_.every.value_or(*options_.duration);
+    if (!PassTime(start, "pausing")) {
+        return false;
+    }
+    for (const auto& run : runs_) {
+        if (!run->StartReplay()) {
+            Report(run->Failure());
+            return false;
+        }
+    }
+    record_.replays.push_back({std::chrono::system_clock::now(), {}});
+    return true;
+}
+
+// True when its time is up, false when something ended the collection before.
+bool Collector::RunReplay() {
+    std::optional<std::chrono::steady_clock::time_point> end;
+    if (options_.duration.has_value()) {
+        end = std::chrono::steady_clock::now() + *options_.duration;
+    }
+    return PassTime(end, "collecting");
+}
+
+// False when a replay could not be ended or begun. One that Ctrl-C or the command ended is none of
+// these, and what a lost session costs shows at the end of the job.
+bool Collector::RunReplays() {
+    bool good = true;
+    bool goOn = RunReplay();
+    while (goOn && static_cast<int>(record_.replays.size()) < options_.repeat) {
+        good = NextReplay() || stop_.Asked();
+        goOn = good && !stop_.Asked() && RunReplay();
+    }
+    EndReplayRecord();
+    return good;
+}
+
+// After a collection that broke off the command may still run: its status belongs into the result.
+void Collector::WaitForCommand() {
+    while (command_.Running()) {
+        if (stop_.Asked()) {
+            (void)TakeStop();
+            std::this_thread::sleep_for(COMMAND_WATCH_INTERVAL);
+        } else {
+            (void)stop_.Wait(COMMAND_WATCH_INTERVAL);
+        }
+        ShowProgress("waiting for the command");
+    }
+    if (record_.runs != nullptr && (!quiet_ || command_.ExitStatus() != 0)) {
+        Report(fmt::format("{}: {}", Printable(options_.command.front()), command_.StatusText()));
+    }
 }
 
 // Every device is told to stop, also when another one failed.
@@ -145,7 +272,9 @@ bool Collector::StopAll() {
 // The rest of the data may take long on a slow link; Ctrl-C alone does not cut it off.
 void Collector::SayHowToLeave() {
     if (stop_.Asked() && !saidHowToLeave_) {
-        Report("ending the job; press Ctrl-C again to leave at once");
+        Report(command_.Running()
+                   ? "the job ends when the command does; press Ctrl-C again to leave at once"
+                   : "ending the job; press Ctrl-C again to leave at once");
         saidHowToLeave_ = true;
     }
 }
@@ -188,7 +317,7 @@ int Collector::LeaveWithoutResult() {
     }
     runs_.clear();  // their sessions write into the directory
     RemoveResult();
-    return stop_.Asked() ? EXIT_INTERRUPTED : EXIT_REFUSED;
+    return stop_.Asked() ? EXIT_INTERRUPTED : leaveCode_;
 }
 
 int Collector::Finish(bool drained) {
@@ -215,9 +344,10 @@ int Collector::Run() {
     if (!StartAll()) {
         return LeaveWithoutResult();
     }
-    Collect();
-    const bool stopped = StopAll();
+    const bool replayed = RunReplays();
+    const bool stopped = StopAll() && replayed;
     const bool drained = DrainAll() && stopped;
+    WaitForCommand();
     return Finish(drained);
 }
 

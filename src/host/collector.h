@@ -1,10 +1,13 @@
 // A whole collection: all devices from the first handshake to the finished result directory.
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/child_command.h"
 #include "host/device_link.h"
 #include "host/device_run.h"
 #include "host/job_plan.h"
@@ -32,7 +35,15 @@ class Collector {
     bool MakeResult();
     bool MakeDirectories(const std::string& path);
     bool StartAll();
-    void Collect();
+    bool StartCommand();
+    bool RunReplays();
+    bool RunReplay();
+    bool NextReplay();
+    bool PassTime(std::optional<std::chrono::steady_clock::time_point> end,
+                  const std::string& phase);
+    bool TakeStop();
+    void EndReplayRecord();
+    void WaitForCommand();
     bool StopAll();
     bool DrainAll();
     int Finish(bool drained);
@@ -53,6 +64,9 @@ class Collector {
     DeviceLink link_;  // outlives the runs
     std::vector<std::unique_ptr<DeviceRun>> runs_;
     std::string directory_;
+    const bool quiet_;
+    ChildCommand command_;
+    int leaveCode_;         // of a collection that does not begin
     bool starting_ = true;  // until every device collects: the first Ctrl-C gives up
     bool saidHowToLeave_ = false;
     CollectionRecord record_;

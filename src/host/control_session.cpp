@@ -86,8 +86,9 @@ Reply ControlSession::StartJob(const std::string& sampleConfig) {
 }
 
 Reply ControlSession::StartReplay(const std::vector<std::string>& ctrlCpuEvents,
-                                  const std::vector<std::string>& llcEvents) {
+                                  const std::vector<std::string>& llcEvents, int replayId) {
     proto::ReplayStartReq request;
+    request.set_replayid(replayId);
     request.mutable_hdr()->set_job_ctx(JobContextText());
     for (const std::string& event : ctrlCpuEvents) {
         request.add_ctrl_cpu_events(event);
@@ -98,8 +99,9 @@ Reply ControlSession::StartReplay(const std::vector<std::string>& ctrlCpuEvents,
     return Request(request, "collection start");
 }
 
-Reply ControlSession::StopReplay() {
+Reply ControlSession::StopReplay(int replayId) {
     proto::ReplayStopReq request;
+    request.set_replayid(replayId);
     request.mutable_hdr()->set_job_ctx(JobContextText());
     return Request(request, "collection stop");
 }

@@ -37,8 +37,8 @@ class ControlSession {
     [[nodiscard]] Reply Handshake();
     [[nodiscard]] Reply StartJob(const std::string& sampleConfig);
     [[nodiscard]] Reply StartReplay(const std::vector<std::string>& ctrlCpuEvents,
-                                    const std::vector<std::string>& llcEvents);
-    [[nodiscard]] Reply StopReplay();
+                                    const std::vector<std::string>& llcEvents, int replayId = 0);
+    [[nodiscard]] Reply StopReplay(int replayId = 0);
     // Sends the request only: the answer comes when the data session is drained, which the caller
     // watches. WaitForReply collects it.
     [[nodiscard]] bool SendStopJob();

@@ -52,9 +52,17 @@ bool DeviceRun::Connect() {
     return Check(data_->Handshake());
 }
 
-bool DeviceRun::Start() {
-    return Check(control_->StartJob(job_.configText)) &&
-           Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents));
+bool DeviceRun::Start() { return Check(control_->StartJob(job_.configText)) && StartReplay(); }
+
+bool DeviceRun::StartReplay() {
+    ++replayId_;
+    replaying_ = Check(control_->StartReplay(job_.ctrlCpuEvents, job_.llcEvents, replayId_));
+    return replaying_;
+}
+
+bool DeviceRun::StopReplay() {
+    replaying_ = false;
+    return Check(control_->StopReplay(replayId_));
 }
 
 bool DeviceRun::Alive() {
@@ -62,7 +70,7 @@ bool DeviceRun::Alive() {
 }
 
 bool DeviceRun::Stop() {
-    if (!Check(control_->StopReplay())) {
+    if (replaying_ && !StopReplay()) {
         return false;
     }
     if (!control_->SendStopJob()) {

@@ -32,11 +32,14 @@ class DeviceRun {
 
     // Opens the control and the data session.
     [[nodiscard]] bool Connect();
-    // Starts the job and its collection.
+    // Starts the job and its first replay: from here on the device collects.
     [[nodiscard]] bool Start();
+    // Ends a replay, or begins another one on the same job.
+    [[nodiscard]] bool StopReplay();
+    [[nodiscard]] bool StartReplay();
     // True while both sessions are open.
     [[nodiscard]] bool Alive();
-    // Ends the collection and the job, without waiting for the rest of the data.
+    // Ends the replay that runs and the job, without waiting for the rest of the data.
     [[nodiscard]] bool Stop();
     // Waits for the rest of the data and the answer to the stop. The wait goes on as long as data
     // arrives; a minute without any ends it. `onWait` is called several times a second; when it
@@ -76,6 +79,8 @@ class DeviceRun {
     std::unique_ptr<ControlSession> control_;
     std::string failure_;
     bool stopAccepted_ = false;
+    bool replaying_ = false;
+    int replayId_ = -1;  // of the last replay that was started; they count from 0
     uint64_t drainedBytes_ = 0;
     std::chrono::steady_clock::time_point lastProgress_;
 };

@@ -4,77 +4,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <set>
+#include "host/job_check.h"
+#include "host/job_settings.h"
 
 namespace tiv::host {
 
 namespace {
-
-constexpr int MAX_DEVICE_ID = 63;
-constexpr size_t MAX_CTRL_CPU_EVENTS = 8;
-// Sampling of /proc below 100 ms is raised to it by the daemon, and periods from 4295 ms on are cut
-// to 32 bits of nanoseconds there; the recorder of the control CPU is asked for whole Hz. What is
-// outside would not be what was asked for.
-constexpr int64_t MIN_INTERVAL_MS = 100;
-constexpr int64_t MAX_INTERVAL_MS = 4294;
-constexpr int64_t MIN_RECORD_INTERVAL_MS = 1;
-constexpr int64_t MAX_RECORD_INTERVAL_MS = 1000;
-
-// The device looks for "0x" somewhere in an event and splits its command at blanks.
-bool IsCpuEvent(const std::string& event) {
-    return event.size() > 2 && event.compare(0, 2, "0x") == 0 &&
-           event.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos;
-}
-
-std::string CheckEvents(const CollectOptions& options) {
-    for (const std::string& event : options.llcEvents) {
-        if (event != "read" && event != "write") {
-            return fmt::format("--llc {} is no event: the last-level cache counts read or write",
-                               event);
-        }
-    }
-    for (const std::string& event : options.ctrlCpuEvents) {
-        if (!IsCpuEvent(event)) {
-            return fmt::format("--ctrl-cpu {} is no event: write raw event numbers such as 0x11",
-                               event);
-        }
-    }
-    if (options.ctrlCpuEvents.size() > MAX_CTRL_CPU_EVENTS) {
-        return fmt::format("--ctrl-cpu names {} events: at most {} are counted at a time",
-                           options.ctrlCpuEvents.size(), MAX_CTRL_CPU_EVENTS);
-    }
-    return "";
-}
-
-std::string CheckInterval(const CollectOptions& options) {
-    const bool records = !options.ctrlCpuEvents.empty();
-    const bool samples = options.cpu || options.memory || options.processes || !records;
-    const int64_t least = samples ? MIN_INTERVAL_MS : MIN_RECORD_INTERVAL_MS;
-    const int64_t most = records ? MAX_RECORD_INTERVAL_MS : MAX_INTERVAL_MS;
-    const int64_t interval = options.interval.count();
-    return interval >= least && interval <= most
-               ? ""
-               : fmt::format("--interval {}ms is out of range: {}ms to {}ms", interval, least,
-                             most);
-}
-
-std::string CheckOptions(const CollectOptions& options) {
-    if (options.devices.empty()) {
-        return "no device named: add --device N";
-    }
-    std::set<int> seen;
-    for (const int device : options.devices) {
-        if (device < 0 || device > MAX_DEVICE_ID) {
-            return fmt::format("--device {} is out of range: devices are numbered 0 to {}", device,
-                               MAX_DEVICE_ID);
-        }
-        if (!seen.insert(device).second) {
-            return fmt::format("--device {} is named twice: name each device once", device);
-        }
-    }
-    const std::string error = CheckInterval(options);
-    return error.empty() ? CheckEvents(options) : error;
-}
 
 // The samplers of /proc: the daemon runs each of them once for the whole system.
 void AskForSystemSamplers(const CollectOptions& options, DeviceJob& job) {
@@ -125,6 +60,35 @@ DeviceJob MakeDeviceJob(int deviceId, const std::string& idBase) {
     return job;
 }
 
+Refusal NothingToDo(const CollectOptions& options, int deviceId) {
+    return {"--device", "a device with a sampler of its own (--llc)",
+            fmt::format("device {} would have nothing to do: cpu, memory and processes are sampled "
+                        "once for the whole system, by the first device named (device {}); leave "
+                        "--device {} out",
+                        deviceId, options.devices.front(), deviceId)};
+}
+
+// One device's job with everything that is refused about it.
+std::vector<Refusal> AddJob(const CollectOptions& options, int deviceId, const std::string& idBase,
+                            JobPlan& plan) {
+    DeviceJob job = MakeDeviceJob(deviceId, idBase);
+    if (plan.jobs.empty()) {
+        AskForSystemSamplers(options, job);
+        AskForCtrlCpu(options, job);
+    }
+    AskForLlc(options, job);
+    if (job.samplers.empty()) {
+        return {NothingToDo(options, deviceId)};
+    }
+    std::vector<Refusal> refusals = ApplySettings(options.settings, job.params);
+    if (refusals.empty()) {
+        refusals = CheckJob(job);
+    }
+    job.configText = job.params.ToString();
+    plan.jobs.push_back(std::move(job));
+    return refusals;
+}
+
 }  // namespace
 
 JobPlan MakeJobPlan(const CollectOptions& given, const std::string& idBase) {
@@ -134,27 +98,12 @@ JobPlan MakeJobPlan(const CollectOptions& given, const std::string& idBase) {
         options.cpu = options.memory = options.processes = true;
     }
     JobPlan plan;
-    plan.error = CheckOptions(options);
-    if (!plan.error.empty()) {
-        return plan;
+    plan.refusals = CheckOptions(options);
+    for (size_t i = 0; i < options.devices.size() && plan.Good(); ++i) {
+        plan.refusals = AddJob(options, options.devices[i], idBase, plan);
     }
-    for (const int deviceId : options.devices) {
-        DeviceJob job = MakeDeviceJob(deviceId, idBase);
-        if (plan.jobs.empty()) {
-            AskForSystemSamplers(options, job);
-            AskForCtrlCpu(options, job);
-        }
-        AskForLlc(options, job);
-        if (job.samplers.empty()) {
-            plan.error = fmt::format(
-                "device {} would have nothing to do: cpu, memory and processes are sampled once "
-                "for "
-                "the whole system, by the first device named (device {}); leave --device {} out",
-                deviceId, options.devices.front(), deviceId);
-            return plan;
-        }
-        job.configText = job.params.ToString();
-        plan.jobs.push_back(std::move(job));
+    if (!plan.Good()) {
+        plan.jobs.clear();
     }
     return plan;
 }

@@ -6,24 +6,40 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "message/prof_params.h"
 
 namespace tiv::host {
 
-// The options of `tivctl collect` in the user's own terms.
+// What a job asks for, in the user's own terms: the options of `tivctl collect`, or a job file.
 struct CollectOptions {
     std::vector<int> devices = {0};
-    std::chrono::milliseconds duration{10000};
+    // Of one replay. Without it the collection lasts until Ctrl-C or the end of the command.
+    std::optional<std::chrono::milliseconds> duration;
+    int repeat = 1;                                  // replays on one job
+    std::optional<std::chrono::milliseconds> every;  // from one start to the next; none: at once
+    std::vector<std::string> command;                // a program and its arguments
     bool cpu = false;
     bool memory = false;
     bool processes = false;
     std::vector<std::string> llcEvents;      // "read", "write"
     std::vector<std::string> ctrlCpuEvents;  // "0x11"
     std::chrono::milliseconds interval{100};
+    // Fields of the sample configuration by name, in the order given; the last of a name counts.
+    std::vector<std::pair<std::string, std::string>> settings;
+    int64_t pageBytes = 4096;      // memory of processes is told in pages of the card
+    int64_t ticksPerSecond = 100;  // CPU times are told in ticks of the card
     std::string output = ".";
     std::chrono::milliseconds wait{0};  // for a daemon that is not up yet
+};
+
+// One thing that cannot be done as it was asked for.
+struct Refusal {
+    std::string option;   // "--interval"
+    std::string allowed;  // the range or the set of values
+    std::string message;  // a whole sentence for people, with both of them in it
 };
 
 // What one device is asked for.
@@ -37,14 +53,17 @@ struct DeviceJob {
     std::vector<std::string> samplers;  // the user's names of what runs, for messages
 };
 
+// Either jobs or refusals.
 struct JobPlan {
     std::vector<DeviceJob> jobs;
-    std::string error;  // why there is no plan: what is wrong and what to do; empty when it is good
+    std::vector<Refusal> refusals;
+
+    [[nodiscard]] bool Good() const { return refusals.empty(); }
 };
 
-// Lays out the jobs. Samplers that run once for the whole system are asked of the first device
-// only; a device that would be left with nothing to do is an error. `idBase` makes the job ids
-// unique: digits, letters and "-".
+// Checks what is asked for and lays out the jobs. Samplers that run once for the whole system are
+// asked of the first device only; a device that would be left with nothing to do is refused.
+// `idBase` makes the job ids unique: digits, letters and "-".
 JobPlan MakeJobPlan(const CollectOptions& options, const std::string& idBase);
 
 // A job id base that no other run on this machine has.

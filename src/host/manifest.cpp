@@ -47,6 +47,30 @@ ordered_json DeviceOf(DeviceRun& run) {
             {"sampleConfig", ordered_json::parse(run.Job().configText)}};
 }
 
+ordered_json ReplaysOf(const CollectionRecord& record) {
+    ordered_json replays = ordered_json::array();
+    for (const ReplayRecord& replay : record.replays) {
+        ordered_json entry = {{"replay", replays.size()}, {"started", UtcText(replay.started)}};
+        if (replay.ended.has_value()) {
+            entry["ended"] = UtcText(*replay.ended);
+        }
+        replays.push_back(entry);
+    }
+    return replays;
+}
+
+// A command that runs, or that nobody waited for, has no status.
+ordered_json CommandOf(const CollectionRecord& record) {
+    ordered_json command = {{"words", record.command}};
+    if (record.runs != nullptr && record.runs->ExitStatus().has_value()) {
+        command["exitStatus"] = *record.runs->ExitStatus();
+    }
+    if (record.runs != nullptr && record.runs->EndSignal().has_value()) {
+        command["signal"] = *record.runs->EndSignal();
+    }
+    return command;
+}
+
 bool AllComplete(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
     for (const auto& run : runs) {
         if (!run->Complete()) {
@@ -72,10 +96,16 @@ ordered_json ManifestOf(const CollectionRecord& record,
         {"complete", complete},
         {"stoppedEarly", record.stoppedEarly},
         {"started", UtcText(record.started)},
-        {"askedMs", record.asked.count()},
-        {"units", {{"pageBytes", 4096}, {"ticksPerSecond", 100}}},
+        {"replays", ReplaysOf(record)},
+        {"units", {{"pageBytes", record.pageBytes}, {"ticksPerSecond", record.ticksPerSecond}}},
         {"devices", devices},
     };
+    if (record.asked.has_value()) {
+        manifest["askedMs"] = record.asked->count();
+    }
+    if (!record.command.empty()) {
+        manifest["command"] = CommandOf(record);
+    }
     if (!record.running) {
         manifest["ended"] = UtcText(record.ended);
     }

@@ -19,14 +19,19 @@ namespace {
 // Touched by the signal handler: lock-free atomics and a descriptor only.
 std::atomic<int> askedTimes{0};
 std::atomic<int> wakeFd{-1};
+std::atomic<int> askedBy{0};
+std::atomic<bool> askedFromTerminal{false};
 struct sigaction oldInterrupt;
 struct sigaction oldTerminate;
 
-void OnSignal(int) {
+void OnSignal(int signal, siginfo_t* info, void*) {
     const int savedErrno = errno;
-    if (askedTimes.fetch_add(1) > 0) {
+    if (askedTimes.load() > 0) {
         _exit(EXIT_INTERRUPTED);
     }
+    askedBy = signal;
+    askedFromTerminal = info->si_code == SI_KERNEL;
+    askedTimes.fetch_add(1);
     const uint64_t one = 1;
     const ssize_t written = write(wakeFd, &one, sizeof(one));
     (void)written;  // the counter never overflows with one write
@@ -37,10 +42,12 @@ void OnSignal(int) {
 
 StopSignal::StopSignal() {
     askedTimes = 0;
+    askedBy = 0;
+    askedFromTerminal = false;
     wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     struct sigaction action {};
-    action.sa_handler = OnSignal;
-    action.sa_flags = SA_RESTART;
+    action.sa_sigaction = OnSignal;
+    action.sa_flags = SA_RESTART | SA_SIGINFO;
     (void)sigemptyset(&action.sa_mask);
     (void)sigaction(SIGINT, &action, &oldInterrupt);
     (void)sigaction(SIGTERM, &action, &oldTerminate);
@@ -67,5 +74,9 @@ bool StopSignal::Wait(std::chrono::milliseconds timeout) {
 }
 
 bool StopSignal::Asked() const { return askedTimes > 0; }
+
+int StopSignal::Signal() const { return askedBy; }
+
+bool StopSignal::FromTerminal() const { return askedFromTerminal; }
 
 }  // namespace tiv::host

@@ -18,6 +18,10 @@ class StopSignal {
     bool Wait(std::chrono::milliseconds timeout);
 
     [[nodiscard]] bool Asked() const;
+    // The signal that asked, 0 before; and whether it came from the terminal, which sends it to
+    // every process that runs there.
+    [[nodiscard]] int Signal() const;
+    [[nodiscard]] bool FromTerminal() const;
 };
 
 }  // namespace tiv::host

@@ -1,9 +1,12 @@
 // Entry of the host tool.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "host/commands/command.h"
 #include "host/console.h"
@@ -23,8 +26,26 @@ constexpr const char* FOOTER =
     "much "
     "the libraries log (error, warning, info, debug).";
 
+using Declared = std::vector<std::pair<CLI::App*, Command*>>;
+
+// Hands the words behind the first "--" to a command that takes a program and cuts them off the
+// command line: they are not tivctl's to read.
+void CutProgramOff(std::vector<std::string>& words, const Declared& commands) {
+    const auto separator = std::find(words.begin(), words.end(), "--");
+    if (separator == words.end()) {
+        return;
+    }
+    for (const auto& [app, command] : commands) {
+        if (words.front() == app->get_name() && command->TakesProgram()) {
+            command->SetProgram({separator + 1, words.end()});
+            words.erase(separator, words.end());
+            return;
+        }
+    }
+}
+
 // Runs the one command that the command line named.
-int RunCommand(const std::vector<std::pair<CLI::App*, Command*>>& commands) {
+int RunCommand(const Declared& commands) {
     try {
         for (const auto& [app, command] : commands) {
             if (app->parsed()) {
@@ -50,12 +71,15 @@ int main(int argc, char** argv) {
     app.footer(FOOTER);
     app.require_subcommand(1);
     const auto commands = MakeCommands();
-    std::vector<std::pair<CLI::App*, Command*>> declared;
+    Declared declared;
     for (const auto& command : commands) {
         declared.emplace_back(command->Declare(app), command.get());
     }
+    std::vector<std::string> words(argv + 1, argv + argc);
+    CutProgramOff(words, declared);
+    std::reverse(words.begin(), words.end());  // the parser takes them from the back
     try {
-        app.parse(argc, argv);
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_COMPLETE : EXIT_USAGE;
     }

@@ -16,12 +16,19 @@ CollectOptions OnDevices(std::vector<int> devices) {
     return options;
 }
 
+// What is refused first; empty for a good plan.
+std::string ErrorOf(const JobPlan& plan) {
+    return plan.Good() ? "" : plan.refusals.front().message;
+}
+
+std::string ErrorOf(const CollectOptions& options) { return ErrorOf(MakeJobPlan(options, "base")); }
+
 }  // namespace
 
 TEST(JobPlan, WithoutSamplersAllThreeAreAskedFor) {
     const JobPlan plan = MakeJobPlan(OnDevices({0}), "base");
 
-    EXPECT_EQ(plan.error, "");
+    EXPECT_EQ(ErrorOf(plan), "");
     ASSERT_EQ(plan.jobs.size(), 1u);
     const auto& params = plan.jobs[0].params;
     EXPECT_EQ(params.sys_profiling, "on");
@@ -78,11 +85,11 @@ TEST(JobPlan, IntervalOutsideTheDaemonsRangeIsRefused) {
     CollectOptions options = OnDevices({0});
     for (const int interval : {0, 99, 4295}) {
         options.interval = std::chrono::milliseconds(interval);
-        EXPECT_EQ(MakeJobPlan(options, "base").error,
+        EXPECT_EQ(ErrorOf(options),
                   "--interval " + std::to_string(interval) + "ms is out of range: 100ms to 4294ms");
     }
     options.interval = std::chrono::milliseconds(4294);
-    EXPECT_EQ(MakeJobPlan(options, "base").error, "");
+    EXPECT_EQ(ErrorOf(options), "");
 }
 
 TEST(JobPlan, RecorderAloneTakes1To1000Milliseconds) {
@@ -90,12 +97,12 @@ TEST(JobPlan, RecorderAloneTakes1To1000Milliseconds) {
     options.ctrlCpuEvents = {"0x11"};
     for (const int interval : {0, 1001}) {
         options.interval = std::chrono::milliseconds(interval);
-        EXPECT_EQ(MakeJobPlan(options, "base").error,
+        EXPECT_EQ(ErrorOf(options),
                   "--interval " + std::to_string(interval) + "ms is out of range: 1ms to 1000ms");
     }
     for (const int interval : {1, 1000}) {
         options.interval = std::chrono::milliseconds(interval);
-        EXPECT_EQ(MakeJobPlan(options, "base").error, "");
+        EXPECT_EQ(ErrorOf(options), "");
         EXPECT_EQ(MakeJobPlan(options, "base").jobs[0].params.cpu_sampling_interval, interval);
     }
 }
@@ -106,28 +113,27 @@ TEST(JobPlan, RecorderBesideASamplerTakes100To1000Milliseconds) {
     options.processes = true;
     for (const int interval : {99, 1001}) {
         options.interval = std::chrono::milliseconds(interval);
-        EXPECT_EQ(MakeJobPlan(options, "base").error,
+        EXPECT_EQ(ErrorOf(options),
                   "--interval " + std::to_string(interval) + "ms is out of range: 100ms to 1000ms");
     }
     options.interval = std::chrono::milliseconds(100);
-    EXPECT_EQ(MakeJobPlan(options, "base").error, "");
+    EXPECT_EQ(ErrorOf(options), "");
 }
 
 TEST(JobPlan, DeviceNumbersAre0To63AndNamedOnce) {
-    EXPECT_EQ(MakeJobPlan(OnDevices({64}), "b").error,
+    EXPECT_EQ(ErrorOf(OnDevices({64})),
               "--device 64 is out of range: devices are numbered 0 to 63");
-    EXPECT_EQ(MakeJobPlan(OnDevices({-1}), "b").error,
+    EXPECT_EQ(ErrorOf(OnDevices({-1})),
               "--device -1 is out of range: devices are numbered 0 to 63");
-    EXPECT_EQ(MakeJobPlan(OnDevices({2, 2}), "b").error,
-              "--device 2 is named twice: name each device once");
-    EXPECT_EQ(MakeJobPlan(OnDevices({63}), "b").error, "");
-    EXPECT_NE(MakeJobPlan(OnDevices({}), "b").error, "");
+    EXPECT_EQ(ErrorOf(OnDevices({2, 2})), "--device 2 is named twice: name each device once");
+    EXPECT_EQ(ErrorOf(OnDevices({63})), "");
+    EXPECT_NE(ErrorOf(OnDevices({})), "");
 }
 
 TEST(JobPlan, SecondDeviceWithNothingToDoIsRefused) {
     const JobPlan plan = MakeJobPlan(OnDevices({1, 4}), "base");
 
-    EXPECT_EQ(plan.error,
+    EXPECT_EQ(ErrorOf(plan),
               "device 4 would have nothing to do: cpu, memory and processes are sampled once for "
               "the whole system, by the first device named (device 1); leave --device 4 out");
 }
@@ -171,18 +177,16 @@ TEST(JobPlan, ControlCpuEventsGoToTheFirstDevice) {
 TEST(JobPlan, OtherEventsAreRefused) {
     CollectOptions options = OnDevices({0});
     options.llcEvents = {"miss"};
-    EXPECT_EQ(MakeJobPlan(options, "b").error,
+    EXPECT_EQ(ErrorOf(options),
               "--llc miss is no event: the last-level cache counts read or write");
     options.llcEvents.clear();
     for (const char* event : {"11", "0x", "0x11 -o /etc/passwd", "x0x11"}) {
         options.ctrlCpuEvents = {event};
-        EXPECT_EQ(MakeJobPlan(options, "b").error,
-                  std::string("--ctrl-cpu ") + event +
-                      " is no event: write raw event numbers such as 0x11");
+        EXPECT_EQ(ErrorOf(options), std::string("--ctrl-cpu ") + event +
+                                        " is no event: write raw event numbers such as 0x11");
     }
     options.ctrlCpuEvents.assign(9, "0x1");
-    EXPECT_EQ(MakeJobPlan(options, "b").error,
-              "--ctrl-cpu names 9 events: at most 8 are counted at a time");
+    EXPECT_EQ(ErrorOf(options), "--ctrl-cpu names 9 events: at most 8 are counted at a time");
 }
 
 TEST(JobIdBase, HoldsOnlyWhatADeviceAccepts) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace CLI {
@@ -21,6 +22,9 @@ class Command {
 
     // Adds the subcommand and its options, which write into this object. Returns it; `app` owns it.
     virtual CLI::App* Declare(CLI::App& app) = 0;
+    // Whether words behind "--" are a program and its arguments for this command, and those words.
+    [[nodiscard]] virtual bool TakesProgram() const { return false; }
+    virtual void SetProgram(std::vector<std::string> /*words*/) {}
     // Does the work and returns the exit code. Says what went wrong itself.
     [[nodiscard]] virtual int Run() = 0;
 };
@@ -29,6 +33,7 @@ class Command {
 // its Make function; the table in command_table.cpp holds a line for each.
 [[nodiscard]] std::vector<std::unique_ptr<Command>> MakeCommands();
 
+std::unique_ptr<Command> MakeCheckCommand();
 std::unique_ptr<Command> MakeCollectCommand();
 std::unique_ptr<Command> MakeExportCommand();
 
