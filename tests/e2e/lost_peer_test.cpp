@@ -88,6 +88,8 @@ TEST_F(LostPeer, KilledHostThatReadNothingEndsItsJob) {
     auto data = std::make_unique<RawSession>(SocketPath(0));
     ASSERT_TRUE(control->Send(ControlHandshake("job")) && data->Send(DataHandshake("job")));
     ASSERT_EQ(control->ReceiveAnswer().status, ACCEPTED);
+    // The answer of the data session stays unread, but the device has to know the session.
+    ASSERT_TRUE(Eventually([&] { return data->HasUnread(); }));
     ASSERT_TRUE(control->Send(JobStart("job", SampleConfig("job", {{"sys_profiling", "on"}}))));
     ASSERT_EQ(control->ReceiveAnswer().status, ACCEPTED);
     ASSERT_TRUE(control->Send(ReplayStart("job")));
