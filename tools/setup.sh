@@ -11,7 +11,7 @@ packages='
     g++ cmake ninja-build ccache git
     clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev
     libprotobuf-dev protobuf-compiler libfmt-dev libcli11-dev nlohmann-json3-dev
-    libsqlite3-dev zlib1g-dev
+    libsqlite3-dev zlib1g-dev libjs-dygraphs
     libgtest-dev libgmock-dev libbenchmark-dev
     python3 shellcheck linux-perf util-linux mount procps'
 

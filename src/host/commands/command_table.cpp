@@ -10,6 +10,8 @@ using MakeCommand = std::unique_ptr<Command> (*)();
 constexpr MakeCommand COMMANDS[] = {
     MakeCheckCommand,
     MakeCollectCommand,
+    MakeInfoCommand,
+    MakeReportCommand,
     MakeExportCommand,
 };
 

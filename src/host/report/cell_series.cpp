@@ -19,7 +19,7 @@ void CellSeries::Add(uint64_t fromNs, uint64_t toNs, double value) {
         return;
     }
     if (fromNs >= toNs) {
-        fromNs = toNs == 0 ? 0 : toNs - 1;
+        fromNs = toNs;
         toNs = fromNs + 1;
     }
     MakeRoom(fromNs, toNs);

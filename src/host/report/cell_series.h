@@ -29,8 +29,8 @@ class CellSeries {
 
     explicit CellSeries(size_t maxCells = MAX_CELLS) : maxCells_(maxCells) {}
 
-    // `value` held from `fromNs` to `toNs`. An empty or reversed interval counts as its last
-    // nanosecond. Values that are no finite number are passed over.
+    // `value` held from `fromNs` to `toNs`. An empty or reversed interval counts as the
+    // nanosecond behind its end. Values that are no finite number are passed over.
     void Add(uint64_t fromNs, uint64_t toNs, double value);
 
     // Adds the integrals of another series cell by cell, as of things that happen side by side.

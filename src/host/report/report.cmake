@@ -22,6 +22,7 @@ target_sources(tiv_host PRIVATE
   report/channel_part.cpp
   report/file_part.cpp
   report/flame_tree.cpp
+  report/make_report.cpp
   report/memory_part.cpp
   report/page_block.cpp
   report/page_grid.cpp

@@ -51,11 +51,12 @@ class Chart {
     this.timeline.invalidate();
   }
 
-  // Bins of whole cells, about one per pixel. They are aligned to the grid, so that a bin holds the
+  // Bins of whole cells, about one per pixel, or one per three while the window moves. They are aligned to the grid, so that a bin holds the
   // same cells wherever the window stands.
   bins(window) {
     const [first, end] = cellsIn(window, this.grid);
-    const size = Math.max(1, Math.ceil((end - first) / plotWidth(this)));
+    const bins = plotWidth(this) / (this.timeline.moving ? 3 : 1);
+    const size = Math.max(1, Math.ceil((end - first) / bins));
     const starts = [];
     for (let cell = first - first % size; cell < end; cell += size) starts.push(cell);
     return {size, starts};
@@ -95,6 +96,12 @@ class Chart {
     });
   }
 
+  // A layer without height costs time and shows nothing.
+  isDrawn(index) {
+    return this.visible[index] && (!this.spec.stacked ||
+      this.reduced.series[index].mean.some(value => value > 0));
+  }
+
   // The highest value to be seen; 0 when there is none.
   top({times, series, peak}) {
     let top = 0;
@@ -126,7 +133,7 @@ class Chart {
       file: this.rows(this.reduced),
       dateWindow: [...window],
       valueRange: [0, this.valueTop],
-      visibility: this.spec.series.map((_, i) => this.visible[this.order(i)]),
+      visibility: this.spec.series.map((_, i) => this.isDrawn(this.order(i))),
       colors: this.spec.series.map((_, i) => color(`c${this.spec.series[this.order(i)].color}`)),
       axisLineColor: color('line'),
       gridLineColor: color('grid'),
@@ -160,7 +167,7 @@ class Chart {
       plotter: [Dygraph.Plotters.fillPlotter, Dygraph.Plotters.linePlotter, e => this.drawPeak(e)],
       axes: {
         x: {ticker: (from, to, pixels) => this.timeTicks(from, to, pixels), drawGrid: true},
-        y: {ticker: () => valueTicks(this.valueTop, this.spec.unit, 4),
+        y: {ticker: () => valueTicks(this.valueTop, this.spec.unit, 5.5),
           axisLabelWidth: GUTTER_LEFT - 6},
       },
     });
@@ -197,7 +204,7 @@ class Chart {
   // Above a stack of means a thin line shows the greatest sum.
   drawPeak(event) {
     const {times, peak} = this.reduced;
-    if (!peak || event.seriesIndex !== event.seriesCount - 1) return;
+    if (!peak || event.seriesIndex !== 0) return;
     const context = event.drawingContext;
     context.save();
     context.strokeStyle = color('c11');

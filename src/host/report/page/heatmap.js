@@ -8,6 +8,11 @@ function parseColor(text) {
   return [value >> 16, (value >> 8) & 255, value & 255];
 }
 
+// A pixel as it lies in the memory of an image.
+function pixelOf([red, green, blue]) {
+  return new Uint32Array(Uint8Array.of(red, green, blue, 255).buffer)[0];
+}
+
 class HeatMap {
   // `spec.rows` have a name and `mean`, a column of percentages.
   constructor(spec, grid, timeline) {
@@ -42,7 +47,8 @@ class HeatMap {
     return Array.from({length: 256}, (_, index) => {
       const place = index / 255 * (stops.length - 1);
       const low = Math.min(stops.length - 2, Math.floor(place));
-      return stops[low].map((part, i) => Math.round(part + (stops[low + 1][i] - part) * (place - low)));
+      return pixelOf(stops[low].map((part, i) =>
+        Math.round(part + (stops[low + 1][i] - part) * (place - low))));
     });
   }
 
@@ -51,16 +57,16 @@ class HeatMap {
     const context = fitCanvas(this.canvas, width, this.rowHeight * this.spec.rows.length + AXIS_HEIGHT + 2);
     const columns = Math.max(1, Math.round(plotWidth(this)));
     const image = new ImageData(columns, this.spec.rows.length);
-    const ramp = this.ramp();
-    const gap = parseColor(color('gap'));
+    const pixels = new Uint32Array(image.data.buffer);
+    const [ramp, gap] = [this.ramp(), pixelOf(parseColor(color('gap')))];
     const cell = x => (window[0] + x / columns * (window[1] - window[0]) - this.grid.start) / this.grid.step;
     for (let x = 0; x < columns; x++) {
       const first = Math.max(0, Math.min(this.grid.count - 1, Math.floor(cell(x))));
       const end = Math.max(first + 1, Math.min(this.grid.count, Math.floor(cell(x + 1))));
       this.spec.rows.forEach(({mean}, row) => {
         const value = meanOf(mean, first, end);
-        const shade = value === value ? ramp[Math.max(0, Math.min(255, Math.round(value * 2.55)))] : gap;
-        image.data.set([...shade, 255], (row * columns + x) * 4);
+        pixels[row * columns + x] = value === value
+          ? ramp[Math.max(0, Math.min(255, Math.round(value * 2.55)))] : gap;
       });
     }
     this.paint(context, image, columns);

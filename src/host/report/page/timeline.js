@@ -2,6 +2,7 @@
 
 const GUTTER_LEFT = 72;
 const GUTTER_RIGHT = 14;
+const SETTLE_MS = 120;
 
 class Timeline {
   // The run lasts from 0 to `end` seconds; nothing below `finest` seconds is worth a zoom.
@@ -12,6 +13,7 @@ class Timeline {
     this.panels = [];
     this.cursor = null;
     this.painting = false;
+    this.moving = 0;  // timer that runs while the window moves
     this.onChange = () => {};
     this.sight = new IntersectionObserver(entries => {
       for (const entry of entries) {
@@ -45,7 +47,17 @@ class Timeline {
     let start = to - from < this.finest ? middle - span / 2 : from;
     start = Math.max(this.full[0], Math.min(start, this.full[1] - span));
     this.window = [start, start + span];
+    this.keepMoving();
     this.invalidate();
+  }
+
+  // Plots are coarser while the window moves, and fine again when it stands.
+  keepMoving() {
+    clearTimeout(this.moving);
+    this.moving = setTimeout(() => {
+      this.moving = 0;
+      this.invalidate();
+    }, SETTLE_MS);
   }
 
   showAll() {
@@ -181,7 +193,7 @@ function turnWheel(timeline, panel, event, x) {
 
 function attachKeys(timeline) {
   document.addEventListener('keydown', event => {
-    if (event.ctrlKey || event.metaKey || event.altKey || event.target.closest('input')) return;
+    if (event.ctrlKey || event.metaKey || event.altKey || event.target instanceof HTMLInputElement) return;
     const span = timeline.window[1] - timeline.window[0];
     const actions = {ArrowLeft: () => timeline.pan(-span / 8), ArrowRight: () => timeline.pan(span / 8),
       '+': () => timeline.zoom(0.5), '-': () => timeline.zoom(2), 0: () => timeline.showAll()};

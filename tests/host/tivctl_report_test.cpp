@@ -1,0 +1,123 @@
+// tivctl report and tivctl info as programs.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "host/report_decode.h"
+#include "host/tivctl_bench.h"
+
+using namespace tiv::host;
+using namespace tiv::test;
+
+namespace {
+
+std::string Golden(const std::string& name) { return std::string(TIV_GOLDEN_DIR) + "/" + name; }
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The data of a page that was written.
+DecodedPage DataOf(const std::string& path) {
+    const std::string page = ReadFile(path);
+    const std::string before = "<script id=\"data\" type=\"application/octet-stream\">";
+    const size_t begin = page.find(before) + before.size();
+    return DecodedPage(std::string_view(page).substr(begin, page.find('<', begin) - begin));
+}
+
+class ReportCommand : public TivctlTest {
+ protected:
+    int Run(const std::vector<std::string>& words) {
+        tivctl_ = std::make_unique<TivctlRun>(directory_, words);
+        return tivctl_->Wait();
+    }
+    // A copy of a golden result, which a test may change.
+    std::string Copy(const std::string& name) {
+        std::filesystem::copy(Golden(name), directory_.Path("r"),
+                              std::filesystem::copy_options::recursive);
+        return directory_.Path("r");
+    }
+};
+
+}  // namespace
+
+TEST_F(ReportCommand, TellsWhereThePageIs) {
+    const std::string path = directory_.Path("page.html");
+
+    EXPECT_EQ(0, Run({"report", Golden("complete"), "--output", path}));
+
+    EXPECT_EQ(path + "\n", tivctl_->Output());
+    EXPECT_EQ("", tivctl_->Errors());
+    EXPECT_EQ("complete", DataOf(path).model["state"]);
+}
+
+TEST_F(ReportCommand, WithoutAPlaceThePageGoesIntoTheResultAndIsNoPartOfIt) {
+    const std::string result = Copy("complete");
+
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(0, Run({"report", result}));
+        EXPECT_EQ(result + "/report.html\n", tivctl_->Output());
+        EXPECT_EQ("", tivctl_->Errors());
+    }
+    EXPECT_EQ(0, Run({"info", result}));
+}
+
+TEST_F(ReportCommand, IncompleteResultIsToldAndShown) {
+    const std::string path = directory_.Path("page.html");
+
+    EXPECT_EQ(0, Run({"report", Golden("incomplete"), "--output", path, "--quiet"}));
+
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("INCOMPLETE")) << tivctl_->Errors();
+    EXPECT_EQ("", tivctl_->Output());
+    EXPECT_EQ("incomplete", DataOf(path).model["state"]);
+    EXPECT_NE(0u, DataOf(path).model["missing"].size());
+}
+
+TEST_F(ReportCommand, ProfileOfAResultIsAFlameGraph) {
+    const std::string path = directory_.Path("page.html");
+
+    EXPECT_EQ(0, Run({"report", Golden("profile"), "--output", path}));
+
+    const DecodedPage page = DataOf(path);
+    EXPECT_EQ("flame", page.Section("flame-0")["kind"]);
+    EXPECT_NE(0u, page.Section("functions-0")["rows"].size());
+}
+
+TEST_F(ReportCommand, DirectoryThatIsNoResultIsRefused) {
+    EXPECT_EQ(2, Run({"report", directory_.Path("missing")}));
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("missing")) << tivctl_->Errors();
+    EXPECT_EQ(2, Run({"info", directory_.Path("missing")}));
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("missing")) << tivctl_->Errors();
+}
+
+TEST_F(ReportCommand, PageThatCannotBeWrittenIsALocalError) {
+    EXPECT_EQ(1, Run({"report", Golden("complete"), "--output", directory_.Path("no/page.html")}));
+
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("cannot write")) << tivctl_->Errors();
+}
+
+TEST_F(ReportCommand, InfoOfACompleteResultSucceeds) {
+    EXPECT_EQ(0, Run({"info", Golden("complete")}));
+    EXPECT_NE(std::string::npos, tivctl_->Output().find("state      complete"))
+        << tivctl_->Output();
+}
+
+TEST_F(ReportCommand, InfoOfAnIncompleteResultHasAnExitCodeOfItsOwn) {
+    EXPECT_EQ(4, Run({"info", Golden("incomplete"), "--json"}));
+
+    const auto info = nlohmann::json::parse(tivctl_->Output());
+    EXPECT_FALSE(info["complete"].get<bool>());
+    EXPECT_NE(0u, info["problems"].size());
+}
+
+TEST_F(ReportCommand, FileThatIsGoneIsMissingInInfo) {
+    const std::string result = Copy("complete");
+    std::filesystem::remove(result + "/device_0/data/SystemCpuUsage.data");
+
+    EXPECT_EQ(4, Run({"info", result}));
+
+    EXPECT_NE(std::string::npos, tivctl_->Output().find("SystemCpuUsage.data"))
+        << tivctl_->Output();
+}
