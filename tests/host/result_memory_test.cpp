@@ -11,8 +11,6 @@ namespace {
 
 ParsedFile Parse(const std::string& stream, size_t piece = 1 << 20) {
     MemoryKeys keys;
-    TableLog log;
-    TimeSpan span;
     return ParseInPieces<MemoryParser>(stream, piece, keys);
 }
 
