@@ -13,7 +13,7 @@ packages='
     libprotobuf-dev protobuf-compiler libfmt-dev libcli11-dev nlohmann-json3-dev
     libsqlite3-dev zlib1g-dev libjs-dygraphs
     libgtest-dev libgmock-dev libbenchmark-dev
-    python3 shellcheck linux-perf util-linux mount procps'
+    python3 chromium-headless-shell fonts-dejavu-core shellcheck linux-perf util-linux mount procps'
 
 installed() {
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

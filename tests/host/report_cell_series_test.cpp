@@ -49,10 +49,10 @@ TEST(CellSeries, IntervalEndingAtACellsBorderLeavesTheNextAlone) {
     EXPECT_EQ(series.EndCell(), 2u);
 }
 
-TEST(CellSeries, EmptyIntervalIsItsLastNanosecond) {
+TEST(CellSeries, EmptyIntervalIsTheNanosecondBehindIt) {
     CellSeries series;
 
-    series.Add(3 * CELL + 7, 3 * CELL + 7, 5);
+    series.Add(3 * CELL, 3 * CELL, 5);
     series.Add(0, 0, 6);
 
     EXPECT_DOUBLE_EQ(series.At(3).coveredNs, 1);
