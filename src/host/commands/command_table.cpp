@@ -8,6 +8,7 @@ namespace {
 using MakeCommand = std::unique_ptr<Command> (*)();
 
 constexpr MakeCommand COMMANDS[] = {
+    MakeDevicesCommand,
     MakeCheckCommand,
     MakeCollectCommand,
     MakeInfoCommand,
