@@ -11,6 +11,7 @@ constexpr MakeCommand COMMANDS[] = {
     MakeDevicesCommand,
     MakeCheckCommand,
     MakeCollectCommand,
+    MakeTopCommand,
     MakeInfoCommand,
     MakeReportCommand,
     MakeExportCommand,

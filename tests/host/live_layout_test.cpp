@@ -1,0 +1,227 @@
+// What the live view looks like on screens of several sizes.
+#include <gtest/gtest.h>
+
+#include "host/live/live_layout.h"
+
+namespace tiv::test {
+namespace {
+
+using host::Charset;
+using host::LiveSnapshot;
+using host::ScreenSize;
+
+std::vector<std::string> Rows(const LiveSnapshot& snapshot, ScreenSize size = {80, 24},
+                              Charset charset = Charset::ASCII) {
+    std::vector<std::string> rows;
+    for (const host::ScreenLine& line : host::LayOut(snapshot, size, charset)) {
+        rows.push_back(line.Plain());
+    }
+    return rows;
+}
+
+// The first row that begins with `start`, blanks in front left out.
+std::string RowOf(const std::vector<std::string>& rows, const std::string& start) {
+    for (const std::string& row : rows) {
+        const size_t first = row.find_first_not_of(' ');
+        if (first != std::string::npos && row.compare(first, start.size(), start) == 0) {
+            return row;
+        }
+    }
+    return "no row begins with " + start;
+}
+
+host::LiveCore Core(int32_t number, double user, double idle) {
+    host::LiveCore core;
+    core.core = number;
+    core.percent.emplace();
+    core.percent->fill(0);
+    (*core.percent)[host::USER] = user;
+    (*core.percent)[host::IDLE] = idle;
+    core.busyPercent = {0, 50, 100};
+    return core;
+}
+
+LiveSnapshot Empty() {
+    LiveSnapshot snapshot;
+    snapshot.title = "tivctl top";
+    snapshot.phase = "live";
+    snapshot.elapsed = std::chrono::milliseconds(1500);
+    snapshot.samplesCpu = snapshot.samplesMemory = snapshot.samplesProcesses = true;
+    return snapshot;
+}
+
+LiveSnapshot Full() {
+    LiveSnapshot snapshot = Empty();
+    snapshot.devices = {3};
+    snapshot.bytes = 1500000;
+    snapshot.bytesPerSecond = 2000;
+    snapshot.cores = {Core(host::ALL_CORES, 50, 50), Core(0, 100, 0), Core(1, 0, 100)};
+    snapshot.cpuBehindSeconds = 0.42;
+    snapshot.memory.totalBytes = 8000000000;
+    snapshot.memory.availableBytes = 6000000000;
+    host::LiveProcess process;
+    process.pid = 4711;
+    process.name = "worker";
+    process.state = 'R';
+    process.userPercent = 150;
+    process.systemPercent = 0.5;
+    process.residentBytes = 5000000;
+    process.threads = 12;
+    snapshot.processes = {process};
+    host::LiveStream channel;
+    channel.deviceId = 3;
+    channel.isChannel = true;
+    channel.name = "llc.data";
+    channel.source = "software events";
+    channel.bytesPerSecond = 3600;
+    channel.bytes = 36000;
+    channel.chunks = 7;
+    channel.events = {{"page-faults", 12345}, {"switches", std::nullopt}};
+    snapshot.streams = {channel};
+    snapshot.queue.waiting = 5;
+    return snapshot;
+}
+
+TEST(LiveLayout, TitleTellsDeviceTimeAndRate) {
+    EXPECT_EQ("tivctl top  device 3  live 1.5s  1.5 MB  2.0 kB/s", Rows(Full())[0]);
+    LiveSnapshot collecting = Full();
+    collecting.total = std::chrono::seconds(60);
+    collecting.devices = {3, 4};
+    EXPECT_EQ("tivctl top  devices 3,4  live 1.5s of 1m00s  1.5 MB  2.0 kB/s", Rows(collecting)[0]);
+}
+
+TEST(LiveLayout, EachCoreHasItsSharesAndItsHistory) {
+    const auto rows = Rows(Full());
+    EXPECT_EQ("all       50.0%   50.0%    0.0%    0.0%    0.0%  _=#", RowOf(rows, "all"));
+    EXPECT_EQ("cpu0     100.0%  100.0%    0.0%    0.0%    0.0%  _=#", RowOf(rows, "cpu0"));
+    EXPECT_EQ("cpu1       0.0%    0.0%    0.0%    0.0%    0.0%  _=#", RowOf(rows, "cpu1"));
+    EXPECT_NE(std::string::npos, RowOf(rows, "CPU").find("newest 0.4s ago"));
+}
+
+TEST(LiveLayout, WhatWasNotMeasuredIsADashAndNeverZero) {
+    const auto rows = Rows(Empty());
+    EXPECT_EQ("all           -       -       -       -       -", RowOf(rows, "all"));
+    EXPECT_EQ("MEMORY        -  - used of -, - available                       waiting for data",
+              RowOf(rows, "MEMORY"));
+    EXPECT_NE(std::string::npos, RowOf(rows, "PROCESSES").find("waiting for data"));
+    EXPECT_EQ("tivctl top  live 1.5s  0 B  -", rows[0]);
+
+    LiveSnapshot snapshot = Empty();
+    snapshot.processes.resize(1);
+    EXPECT_EQ("0 -       -      -      -         -         -       -  -",
+              RowOf(Rows(snapshot), "0").substr(7));
+}
+
+TEST(LiveLayout, ProcessHasItsNumbersInColumns) {
+    const auto rows = Rows(Full());
+    EXPECT_EQ("    4711 R   150.5  150.0    0.5    5.0 MB         -      12  worker",
+              RowOf(rows, "4711"));
+    EXPECT_EQ("     PID S    CPU%   user system    memory      size threads  NAME",
+              RowOf(rows, "PID"));
+    EXPECT_EQ(0u, RowOf(rows, "PROCESSES").find("PROCESSES  1, 1 running"));
+}
+
+TEST(LiveLayout, ChannelHasItsRateAndThoseOfItsEvents) {
+    const auto rows = Rows(Full());
+    EXPECT_EQ("3 llc.data                   3.6 kB/s   36.0 kB       7  software events",
+              RowOf(rows, "3 llc"));
+    EXPECT_EQ("    page-faults 12.3k/s  switches -", RowOf(rows, "page-faults"));
+}
+
+TEST(LiveLayout, LostRecordsAreTold) {
+    LiveSnapshot snapshot = Full();
+    snapshot.streams[0].lostRecords = 99;
+
+    EXPECT_NE(std::string::npos, RowOf(Rows(snapshot), "page-faults").find("lost 99 records"));
+}
+
+TEST(LiveLayout, QueueTellsWhatWaitsAndWhatWasSkipped) {
+    LiveSnapshot snapshot = Full();
+    snapshot.queue = {5, 1000, 70, 2, 3, 4};
+
+    EXPECT_EQ("QUEUE      5 waiting (1.0 kB), 70 at most; skipped 2 chunks, 3 frames; 4 unreadable",
+              RowOf(Rows(snapshot, {90, 24}), "QUEUE"));
+}
+
+TEST(LiveLayout, SamplerThatWasNotAskedForIsNamedWithItsOption) {
+    LiveSnapshot snapshot;
+    const auto rows = Rows(snapshot);
+
+    EXPECT_NE(std::string::npos, RowOf(rows, "CPU").find("ask for it with --cpu"));
+    EXPECT_NE(std::string::npos, RowOf(rows, "MEMORY").find("--memory"));
+    EXPECT_NE(std::string::npos, RowOf(rows, "PROCESSES").find("--processes"));
+    EXPECT_NE(std::string::npos, RowOf(rows, "CHANNELS").find("--llc"));
+}
+
+TEST(LiveLayout, ManyCoresShrinkToACharacterEach) {
+    LiveSnapshot snapshot = Full();
+    for (int32_t core = 2; core < 128; ++core) {
+        snapshot.cores.push_back(Core(core, 50, 50));
+    }
+    snapshot.cores[2].percent.reset();
+
+    const auto rows = Rows(snapshot);
+
+    EXPECT_EQ("cpu0-64        #-" + std::string(63, '='), RowOf(rows, "cpu0-64"));
+    EXPECT_EQ("cpu65-127      " + std::string(63, '='), RowOf(rows, "cpu65"));
+}
+
+TEST(LiveLayout, ScreenOfAnySizeIsNeverExceeded) {
+    LiveSnapshot snapshot = Full();
+    snapshot.processes.resize(300, snapshot.processes[0]);
+    snapshot.processes[0].name = "进程\x1b[2J\xff" + std::string(300, 'n');
+    snapshot.streams.resize(50, snapshot.streams[0]);
+    for (size_t columns = 1; columns < 140; columns += 3) {
+        for (size_t rows = 1; rows < 60; ++rows) {
+            const auto lines = host::LayOut(snapshot, {columns, rows}, Charset::UTF8);
+            ASSERT_GE(rows, lines.size());
+            for (const host::ScreenLine& line : lines) {
+                ASSERT_GE(columns, line.Columns());
+            }
+        }
+    }
+}
+
+TEST(LiveLayout, ProcessesGetTheRowsThatAreLeftAndTheKeysTheLast) {
+    LiveSnapshot snapshot = Full();
+    snapshot.processes.resize(300, snapshot.processes[0]);
+
+    const auto rows = Rows(snapshot);
+
+    ASSERT_EQ(24u, rows.size());
+    EXPECT_EQ("q quit  c by CPU  m by memory  p by PID  space pause", rows[23]);
+    EXPECT_EQ(0u, rows[22].find("    4711 R"));
+}
+
+TEST(LiveLayout, HostileNameStaysInItsRow) {
+    LiveSnapshot snapshot = Full();
+    snapshot.processes[0].name = "\x1b]0;title\x07\n\x1b[2Jx";
+
+    const auto lines = host::LayOut(snapshot, {120, 24}, Charset::UTF8);
+
+    for (const host::ScreenLine& line : lines) {
+        EXPECT_EQ(std::string::npos, line.Plain().find_first_of("\x1b\n\x07"));
+    }
+    EXPECT_NE(std::string::npos,
+              RowOf(Rows(snapshot, {120, 24}), "4711").find("  \\x1b]0;title\\x07\\x0a\\x1b[2Jx"));
+}
+
+TEST(LiveLayout, PausedPictureSaysSo) {
+    LiveSnapshot snapshot = Full();
+    snapshot.paused = true;
+
+    EXPECT_NE(std::string::npos, Rows(snapshot)[0].find("PAUSED"));
+}
+
+TEST(LiveLayout, NumbersOfAnySizeAreShort) {
+    EXPECT_EQ("0.0", host::ShortNumber(0));
+    EXPECT_EQ("9.5", host::ShortNumber(9.5));
+    EXPECT_EQ("999", host::ShortNumber(999.4));
+    EXPECT_EQ("1.00k", host::ShortNumber(999.6));
+    EXPECT_EQ("12.3k", host::ShortNumber(12345));
+    EXPECT_EQ("4.57M", host::ShortNumber(4567890));
+    EXPECT_EQ("5000T", host::ShortNumber(5e15));
+}
+
+}  // namespace
+}  // namespace tiv::test
