@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/commands/command.h"
+#include "host/commands/program_text.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/version.h"
@@ -16,15 +17,6 @@
 namespace {
 
 using namespace tiv::host;
-
-constexpr const char* FOOTER =
-    "Exit codes: 0 complete; 1 a file could not be written here; 2 wrong usage; 3 no daemon "
-    "answered "
-    "or it refused the job; 4 the result is incomplete, what arrived is kept; 130 left by Ctrl-C "
-    "before the collection began, or at once by a second one.\n"
-    "Environment: TIV_RUNTIME_DIR, the directory with the daemon's sockets; TIV_LOG_LEVEL, how "
-    "much "
-    "the libraries log (error, warning, info, debug).";
 
 using Declared = std::vector<std::pair<CLI::App*, Command*>>;
 
@@ -68,7 +60,7 @@ int main(int argc, char** argv) {
     CLI::App app("Profiles the devices that a tiv daemon serves", "tivctl");
     app.option_defaults()->take_last();
     app.set_version_flag("--version", std::string("tivctl ") + VERSION);
-    app.footer(FOOTER);
+    app.footer(ProgramFooter());
     app.require_subcommand(1);
     const auto commands = MakeCommands();
     Declared declared;

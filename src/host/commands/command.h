@@ -36,7 +36,9 @@ class Command {
 std::unique_ptr<Command> MakeCheckCommand();
 std::unique_ptr<Command> MakeCollectCommand();
 std::unique_ptr<Command> MakeTopCommand();
+std::unique_ptr<Command> MakeCompletionCommand();
 std::unique_ptr<Command> MakeDevicesCommand();
+std::unique_ptr<Command> MakeManCommand();
 std::unique_ptr<Command> MakeExportCommand();
 std::unique_ptr<Command> MakeInfoCommand();
 std::unique_ptr<Command> MakeReportCommand();

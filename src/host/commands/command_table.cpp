@@ -15,6 +15,8 @@ constexpr MakeCommand COMMANDS[] = {
     MakeInfoCommand,
     MakeReportCommand,
     MakeExportCommand,
+    MakeCompletionCommand,
+    MakeManCommand,
 };
 
 }  // namespace

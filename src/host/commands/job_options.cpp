@@ -190,13 +190,22 @@ std::optional<CollectOptions> JobOptions::Read(std::string& error) const {
     return options;
 }
 
+// "A, B, C" of the rule "... [A|B|C]".
+std::string JobOptions::MetricsNames() {
+    const std::string rule = MetricsRule();
+    std::string names;
+    for (const char c : rule.substr(rule.find('[') + 1)) {
+        names += c == '|' ? ", " : std::string(c == ']' ? 0 : 1, c);
+    }
+    return names;
+}
+
 std::string JobOptions::Footer() {
     return "Without a choice of samplers, --cpu, --memory and --processes are collected. They run "
            "once for the whole system and are asked of the first device named; --llc is asked of "
            "every device.\n"
-           "--set: most fields are only carried to the device. The " +
-           MetricsRule().substr(sizeof("metrics type should be in ") - 1) +
-           " are the values of ai_core_metrics; `tivctl devices` tells which of them a chip has.";
+           "--set: most fields are only carried to the device. ai_core_metrics is one of " +
+           MetricsNames() + "; `tivctl devices` tells which of them a chip has.";
 }
 
 }  // namespace tiv::host

@@ -30,6 +30,7 @@ class JobOptions {
     static std::string Footer();
 
  private:
+    static std::string MetricsNames();
     void DeclareSamplers(CLI::App& command);
     void DeclareCourse(CLI::App& command);
     void DeclareUnits(CLI::App& command);
