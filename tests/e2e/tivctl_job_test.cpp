@@ -31,6 +31,12 @@ class TivctlJob : public DaemonTest {
     std::string result_;
 };
 
+// The list of the run that wrote last: all runs of a test write into one file.
+json LastDevices(const std::string& output) {
+    const size_t start = output.rfind("\n{");
+    return json::parse(output.substr(start == std::string::npos ? 0 : start))["devices"];
+}
+
 }  // namespace
 
 TEST_F(TivctlJob, ReplaysOfOneJobAreCompleteAndTold) {
@@ -82,7 +88,8 @@ TEST_F(TivctlJob, FilesOfThePlanAreThoseThatCome) {
     const auto check = Tivctl({"check", file, "--json"});
     ASSERT_EQ(check->Wait(), 0) << check->Errors();
     json planned = json::array();
-    for (const json& job : json::parse(check->Output())["devices"][0]["jobs"]) {
+    const json plan = json::parse(check->Output());
+    for (const json& job : plan["devices"][0]["jobs"]) {
         for (const json& name : job["files"]) {
             planned.push_back(name);
         }
@@ -97,6 +104,25 @@ TEST_F(TivctlJob, FilesOfThePlanAreThoseThatCome) {
     std::sort(came.begin(), came.end());
     std::sort(planned.begin(), planned.end());
     EXPECT_EQ(came, planned);
+}
+
+TEST_F(TivctlJob, ProbeTellsBusyFromFreeAndGivesTheDeviceBack) {
+    ConfigureDriver(R"({"devices": 2})");
+    StartDaemon(2);
+    HostJob job(link_, 1, "holder");
+    ASSERT_TRUE(job.Start(SampleConfig("holder", {{"sys_profiling", "on"}})).Accepted());
+
+    const auto devices = Tivctl({"devices", "--probe", "--json"});
+
+    ASSERT_EQ(devices->Wait(), 0) << devices->Errors();
+    const json list = LastDevices(devices->Output());
+    EXPECT_EQ(list[0]["state"], "free");
+    EXPECT_EQ(list[1]["state"], "busy");
+    EXPECT_TRUE(job.Stop().Accepted()) << "the job that runs is left alone";
+    EXPECT_TRUE(Eventually([&] {
+        const auto again = Tivctl({"devices", "--probe", "--json"});
+        return again->Wait() == 0 && LastDevices(again->Output())[0]["state"] == "free";
+    }));
 }
 
 }  // namespace tiv::e2e
