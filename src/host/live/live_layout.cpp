@@ -122,7 +122,7 @@ void Frame::PutCore(const LiveCore& core) {
         line.PutRight(Percent(percent[IOWAIT]), 39);
         line.PutRight(Percent(percent[STEAL]), 47);
     } else {
-        for (const size_t column : {15, 23, 31, 39, 47}) {
+        for (const size_t column : {15u, 23u, 31u, 39u, 47u}) {
             line.PutRight(NOT_MEASURED, column);
         }
     }

@@ -100,7 +100,6 @@ class LiveModel : public TableVisitor {
     std::map<int32_t, Core> cores_;
     std::map<uint32_t, std::string> memoryKeys_;
     std::map<std::string, uint64_t, std::less<>> memory_;
-    uint64_t memoryNs_ = 0;
     SecondHistory memoryUsed_;
     std::map<uint32_t, Process> processes_;
     std::map<uint32_t, Channel> channels_;  // by the reader's number
