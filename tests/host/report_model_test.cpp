@@ -182,7 +182,7 @@ TEST_F(ReportModelTest, MemoryIsPartedIntoWhatItIsUsedFor) {
 TEST_F(ReportModelTest, MemoryLevelIsNotDrawnAcrossALongSilence) {
     model.OnMemoryKey({0, 0, "MemTotal", true});
     model.OnMemoryKey({0, 1, "MemFree", true});
-    for (const uint64_t ms : {0, 100, 5000}) {
+    for (const uint64_t ms : {0U, 100U, 5000U}) {
         model.OnMemory({0, START + ms * MS, 0, 1000});
         model.OnMemory({0, START + ms * MS, 1, 300});
     }
