@@ -325,6 +325,23 @@ TEST_F(ReportModelTest, EachEventOfTheProfileHasAFlameGraph) {
     EXPECT_EQ(page.Section("functions-0")["rows"][0][0], "f");
 }
 
+TEST_F(ReportModelTest, PlotsStandBeforeTheProfileAndTablesLast) {
+    const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
+    AddCpu(100, ALL_CORES, 50, 0, 50);
+    AddProcess(1, 7, "p", 1, 4096);
+    model.OnProfileSample({0, START, {}, {}, {}, "app", "cycles", 1, stack});
+
+    std::vector<std::string> ids;
+    const DecodedPage page = Decode();
+    for (const auto& section : page.model["sections"]) {
+        ids.push_back(section["id"]);
+    }
+
+    EXPECT_EQ(ids, (std::vector<std::string>{"cpu-0", "memory", "process-cpu", "process-memory",
+                                             "channels", "flame-0", "processes", "functions-0",
+                                             "core-table-0", "files"}));
+}
+
 TEST_F(ReportModelTest, FilesAreListedWithWhatCouldNotBeRead) {
     model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
     model.OnFile({0, "data/y", FileKind::OTHER, 5, 0, 0, 0, ""});

@@ -121,3 +121,31 @@ TEST_F(ReportCommand, FileThatIsGoneIsMissingInInfo) {
     EXPECT_NE(std::string::npos, tivctl_->Output().find("SystemCpuUsage.data"))
         << tivctl_->Output();
 }
+
+TEST_F(ReportCommand, CollectionMakesItsPageAtTheEnd) {
+    Listen(0);
+    Collect({"--cpu", "--duration", "100ms", "--report"});
+    Begin();
+    data_->Send(
+        ChunkMessage("data/SystemCpuUsage.data", "TimeStamp:1\nIndex:0\nDataLen:4\ncpu \n"));
+    End();
+
+    EXPECT_EQ(0, tivctl_->Wait());
+
+    const std::string last = "report: " + Result() + "/report.html\n";
+    EXPECT_EQ(last, tivctl_->Output().substr(tivctl_->Output().rfind("report: ")));
+    EXPECT_EQ("complete", DataOf(Result() + "/report.html").model["state"]);
+}
+
+TEST_F(ReportCommand, CollectionThatStaysIncompleteHasAPageThatSaysSo) {
+    Listen(0);
+    Collect({"--cpu", "--duration", "1h", "--report", "--quiet"});
+    Begin();
+    data_.reset();
+    control_.reset();
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    EXPECT_EQ("", tivctl_->Output());
+    EXPECT_EQ("incomplete", DataOf(Result() + "/report.html").model["state"]);
+}

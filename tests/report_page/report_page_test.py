@@ -14,15 +14,18 @@ import unittest
 from browser import Browser, find_program
 from results import HOSTILE_NAME, HOSTILE_SYMBOL, full_files, write_result
 
-# Pixels of a section's canvases that have a colour of the page, however transparent.
-INK = """((id, name) => {
+# Pixels of a section's canvases that have a colour of the page, however transparent, within a part
+# of the drawn time.
+INK = """((id, name, from, to) => {
   const style = getComputedStyle(document.documentElement).getPropertyValue('--' + name).trim();
   const want = parseInt(style.slice(1), 16);
   let count = 0;
   for (const canvas of document.querySelectorAll('#' + id + ' canvas')) {
-    const data = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+    const left = from === 0 ? 0 : Math.round(72 + from * (canvas.width - 86));
+    const right = to === 1 ? canvas.width : Math.round(72 + to * (canvas.width - 86));
+    const data = canvas.getContext('2d').getImageData(left, 0, right - left, canvas.height).data;
     for (let i = 0; i < data.length; i += 4) {
-      count += data[i + 3] > 100 && Math.abs(data[i] - (want >> 16)) < 6 &&
+      count += data[i + 3] > 60 && Math.abs(data[i] - (want >> 16)) < 6 &&
         Math.abs(data[i + 1] - (want >> 8 & 255)) < 6 && Math.abs(data[i + 2] - (want & 255)) < 6;
     }
   }
@@ -67,8 +70,8 @@ class ReportPage(unittest.TestCase):
         page.settle()
         return page
 
-    def ink(self, page, section, name):
-        return page.run(f"{INK}({json.dumps(section)}, {json.dumps(name)})")
+    def ink(self, page, section, name, part=(0, 1)):
+        return page.run(f"{INK}({json.dumps(section)}, {json.dumps(name)}, {part[0]}, {part[1]})")
 
     def rows(self, page, table):
         return page.run(f"{ROWS}({json.dumps(table)})")
@@ -80,6 +83,11 @@ class ReportPage(unittest.TestCase):
         """A point of a section's plot: shares of the drawn time and of the drawn height."""
         left, top, wide, high = page.box(f"#{section} .plot")
         return left + LEFT + share * (wide - LEFT - RIGHT), top + height * (high - BELOW)
+
+    def area(self, page, section):
+        """Pixels of what is drawn between the axes of a section's plot."""
+        _, _, wide, high = page.box(f"#{section} .plot")
+        return (wide - LEFT - RIGHT) * (high - BELOW)
 
     def window(self, page):
         """The shown part of the run in seconds."""
@@ -111,8 +119,7 @@ class ReportPage(unittest.TestCase):
 
     def test_areas_of_the_cpu_are_as_large_as_its_shares(self):
         page = self.open()
-        _, _, wide, high = page.box("#cpu-0 .plot")
-        area = (wide - LEFT - RIGHT) * (high - BELOW)
+        area = self.area(page, "cpu-0")
 
         self.assertAlmostEqual(self.ink(page, "cpu-0", "c0") / area, 0.4 * 0.5, delta=0.02)
         self.assertAlmostEqual(self.ink(page, "cpu-0", "c1") / area, 0.5 * 0.5, delta=0.02)
@@ -128,12 +135,23 @@ class ReportPage(unittest.TestCase):
 
     def test_time_without_readings_is_left_blank(self):
         page = self.open()
-        column = "[...document.querySelectorAll('#memory-0 canvas')].some(canvas => canvas" \
-                 ".getContext('2d').getImageData({} + {} * (canvas.clientWidth - {}), 150, 1, 20)" \
-                 ".data.some(value => value > 0))"
-        drawn = [page.run(column.format(LEFT, share, LEFT + RIGHT)) for share in (0.2, 0.45, 0.9)]
+        layers = ("c0", "c2")  # that of free memory is all but the axis's own
 
-        self.assertEqual(drawn, [True, False, True])
+        for part in ((0.1, 0.3), (0.7, 0.9)):
+            self.assertGreater(sum(self.ink(page, "memory-0", name, part) for name in layers), 1000)
+        self.assertEqual([self.ink(page, "memory-0", name, (0.4, 0.55)) for name in layers], [0, 0])
+
+    def test_process_that_is_gone_has_no_line(self):
+        page = self.open()
+
+        orange = "[...document.querySelectorAll('#process-memory canvas')].map(canvas => {{" \
+                 " const wide = canvas.width - 86; let count = 0; const data = canvas.getContext('2d')" \
+                 ".getImageData(72 + {0} * wide, 0, 0.4 * wide, canvas.height).data;" \
+                 " for (let i = 0; i < data.length; i += 4) count += data[i] - data[i + 2] > 40;" \
+                 " return count; }}).reduce((sum, count) => sum + count)"
+
+        self.assertGreater(page.run(orange.format(0.05)), 300)
+        self.assertEqual(page.run(orange.format(0.55)), 0)
 
     def test_click_in_the_legend_hides_a_series(self):
         page = self.open()
@@ -194,6 +212,7 @@ class ReportPage(unittest.TestCase):
         self.assertAlmostEqual(self.window(page)[0], 0.38 * whole, delta=0.05)
         self.assertAlmostEqual(self.window(page)[1], 0.45 * whole, delta=0.05)
         self.assertEqual(self.text(page, "#cpu-0 .key b"), "40.0 %")
+        self.assertAlmostEqual(self.ink(page, "cpu-0", "c0") / self.area(page, "cpu-0"), 0.4, delta=0.02)
         self.assertEqual(self.ink(page, "memory-0", "c0"), 0)
         self.assertFalse(page.run("document.querySelector('#memory-0 .empty').hidden"))
 

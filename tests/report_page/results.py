@@ -44,10 +44,10 @@ def memory_text():
     return "".join(record(now, index, reading) for index, now in times() if index not in SILENT)
 
 
-def process_texts(pid, name, ticks, pages):
-    """CPU and memory of a process that uses so many ticks in each reading."""
+def process_texts(pid, name, ticks, pages, readings=READINGS):
+    """CPU and memory of a process that uses so many ticks in each of its readings."""
     cpu = memory = ""
-    for index, now in times():
+    for index, now in list(times())[:readings]:
         fields = f"{pid} ({name}) S 1 1 1 0 -1 4194304 0 0 0 0 {index * ticks} 0 0 0 20 0 3 0 1000 0 0"
         cpu += record(now, index, f"{fields}{' 0' * 28}\nProcessName:{name}\ncpu  {index} 0 0 0 0 0 0 0 0 0\n")
         memory += record(now, index, f"{pages * 2} {pages} 100 10 0 50 0\nProcessName:{name}\n")
@@ -70,7 +70,7 @@ def profile_text():
 
 def full_files():
     return {"data/SystemCpuUsage.data": cpu_text(), "data/Memory.data": memory_text(),
-            **process_texts(101, "busy", 5, 25600), **process_texts(102, HOSTILE_NAME, 1, 2560),
+            **process_texts(101, "busy", 5, 25600), **process_texts(102, HOSTILE_NAME, 1, 2560, 21),
             "data/ai_ctrl_cpu.data": profile_text()}
 
 

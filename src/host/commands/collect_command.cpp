@@ -8,6 +8,7 @@
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/job_plan.h"
+#include "host/report/make_report.h"
 #include "host/result_summary.h"
 
 namespace tiv::host {
@@ -23,15 +24,19 @@ class CollectCommand : public Command {
 
  private:
     int Collect();
+    int RunPlan(JobPlan plan, const CollectOptions& options, std::string& directory) const;
 
     JobOptions job_;
     bool quiet_ = false;
+    bool report_ = false;
 };
 
 CLI::App* CollectCommand::Declare(CLI::App& app) {
     CLI::App* collect = app.add_subcommand(
         "collect", "Collect samples from one or more devices into a result directory");
     job_.Declare(*collect);
+    collect->add_flag("--report", report_,
+                      "Make the page of the result at the end, report.html in it");
     collect->add_flag("--quiet", quiet_, "No progress and no summary");
     collect->footer(
         "tivctl collect [JOB] [OPTIONS] -- COMMAND [ARGUMENTS] starts the command when the devices "
@@ -55,10 +60,23 @@ int CollectCommand::Collect() {
     if (!plan.Good()) {
         return EXIT_USAGE;
     }
-    Collector collector(std::move(plan), *options, quiet_);
+    std::string directory;
+    const int exitCode = RunPlan(std::move(plan), *options, directory);
+    if (!report_ || directory.empty()) {
+        return exitCode;
+    }
+    const int made = MakeReport(directory, "", quiet_, "report: ");
+    return exitCode == EXIT_COMPLETE ? made : exitCode;
+}
+
+// Collects and tells of it. `directory` is the result; it stays empty when there is none.
+int CollectCommand::RunPlan(JobPlan plan, const CollectOptions& options,
+                            std::string& directory) const {
+    Collector collector(std::move(plan), options, quiet_);
     const int exitCode = collector.Run();
-    if (!quiet_ && !collector.ResultDirectory().empty()) {
-        PrintSummary(collector.ResultDirectory(), collector.Runs());
+    directory = collector.ResultDirectory();
+    if (!quiet_ && !directory.empty()) {
+        PrintSummary(directory, collector.Runs());
     }
     return exitCode;
 }

@@ -32,7 +32,8 @@ void TellProblems(const std::string& directory, const std::vector<std::string>& 
 
 }  // namespace
 
-int MakeReport(const std::string& directory, const std::string& output, bool quiet) {
+int MakeReport(const std::string& directory, const std::string& output, bool quiet,
+               const std::string& label) {
     std::string error;
     const auto result = OpenResult(directory, error);
     if (!result.has_value()) {
@@ -58,7 +59,7 @@ int MakeReport(const std::string& directory, const std::string& output, bool qui
     }
     TellProblems(directory, outcome.reading.problems);
     if (!quiet) {
-        Say(stdout, path + "\n");
+        Say(stdout, label + path + "\n");
     }
     return EXIT_COMPLETE;
 }

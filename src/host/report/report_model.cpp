@@ -4,6 +4,8 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "host/duration.h"
 #include "host/report/page_text.h"
 
@@ -32,6 +34,30 @@ std::string WallText(uint64_t wallNs) {
     return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03} UTC",
                        fmt::gmtime(static_cast<time_t>(wallNs / NS_PER_SECOND)),
                        wallNs % NS_PER_SECOND / 1'000'000);
+}
+
+// What is looked at together stands together: everything over time, then the profile, then tables.
+size_t PlaceOf(const ordered_json& section) {
+    const std::string kind = section.at("kind");
+    const std::string id = section.at("id");
+    if (kind != "table") {
+        return kind == "flame" ? 1 : 0;
+    }
+    constexpr std::string_view FIRST_TABLES[] = {"processes", "functions"};
+    size_t place = 2;
+    for (const std::string_view name : FIRST_TABLES) {
+        if (id.compare(0, name.size(), name) == 0) {
+            return place;
+        }
+        ++place;
+    }
+    return place;
+}
+
+void PutInOrder(ordered_json& sections) {
+    std::stable_sort(
+        sections.begin(), sections.end(),
+        [](const ordered_json& a, const ordered_json& b) { return PlaceOf(a) < PlaceOf(b); });
 }
 
 std::string NameOf(const std::string& path) {
@@ -124,6 +150,7 @@ std::string ReportModel::Encode() {
     for (PagePart* part : parts) {
         part->Write(context);
     }
+    PutInOrder(sections);
     ordered_json missing = ordered_json::array();
     for (const std::string& problem : outcome_.problems) {
         missing.push_back(PageText(problem, 2000));

@@ -1,6 +1,6 @@
 // A table that sorts by a click on a heading and filters by a text.
 
-const ROWS_AT_FIRST = 25;
+const ROWS_AT_FIRST = 15;
 
 class Table {
   // `spec.columns` have a name and a unit; `spec.rows` hold a value per column, null where nothing
