@@ -126,8 +126,10 @@ TEST_F(ReportCommand, CollectionMakesItsPageAtTheEnd) {
     Listen(0);
     Collect({"--cpu", "--duration", "100ms", "--report"});
     Begin();
-    data_->Send(
-        ChunkMessage("data/SystemCpuUsage.data", "TimeStamp:1\nIndex:0\nDataLen:4\ncpu \n"));
+    const std::string reading = "cpu  1 0 0 0 0 0 0 0 0 0\n";
+    data_->Send(ChunkMessage(
+        "data/SystemCpuUsage.data",
+        "TimeStamp:1\nIndex:0\nDataLen:" + std::to_string(reading.size()) + "\n" + reading + "\n"));
     End();
 
     EXPECT_EQ(0, tivctl_->Wait());
