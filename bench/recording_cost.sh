@@ -6,8 +6,8 @@
 #
 # usage: bench/recording_cost.sh [SECONDS] [build directory]      the defaults are 20 and build/release
 #
-# Only root may: perf has to see the whole system. What else the machine does counts into the
-# profile, and the load averages are printed with each figure.
+# Only root may: perf has to see the whole system. What else the machine does goes into the profile
+# and has to be made into text, too: its own CPU time is printed with each figure.
 set -eu
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
@@ -21,33 +21,31 @@ out=/run/tiv/recording_cost
 tools/place_script.sh --keep-sudo packaging/prof_collect.sh
 mkdir "$out"
 
-# Ticks of the daemon, and of all processes below it that have ended and were waited for.
+# Ticks of the daemon, of all processes below it that have ended and were waited for, and of the
+# whole machine; and the time in ticks.
 ticks() {
     sed 's/^.*) //' "/proc/$daemon/stat" | awk '{ print $12 + $13, $14 + $15 }'
+    awk '$1 == "cpu" { print $2 + $3 + $4 + $7 + $8 + $9 }' /proc/stat
+    awk -v hz="$(getconf CLK_TCK)" '{ print $1 * hz }' /proc/uptime
 }
 
-# The share of one CPU that $2 ticks are, from $1 to $2.
-share() {
-    awk -v n=$(($2 - $1)) -v hz="$(getconf CLK_TCK)" -v s="$seconds" \
-        'BEGIN { printf "%.2f %%", 100 * n / hz / s }'
-}
-
-# measure NAME
-measure() {
+collect() {
     rm -rf "$out/result"
     mkdir "$out/result"
-    load=$(cut -d ' ' -f 1-3 /proc/loadavg)
-    # The words are meant as two.
-    # shellcheck disable=SC2046
-    set -- "$1" $(ticks)
     "$build/src/host/tivctl" collect --wait 20s --duration "${seconds}s" --interval 20ms \
         --ctrl-cpu 0x11,0x3c --output "$out/result" >"$out/summary" 2>"$out/errors" ||
         cat "$out/errors"
-    # shellcheck disable=SC2046
-    set -- "$@" $(ticks)
-    echo "$1: load averages before: $load"
-    echo "  children of the daemon: $(share "$3" "$5") of one CPU"
-    echo "  the daemon itself:      $(share "$2" "$4") of one CPU"
+}
+
+# report NAME TICKS TICKS: what has passed between the two.
+report() {
+    echo "$1"
+    echo "$2 $3" | awk '{
+        time = $8 - $4
+        printf "  children of the daemon: %6.2f %% of one CPU\n", 100 * ($6 - $2) / time
+        printf "  the daemon itself:      %6.2f %%\n", 100 * ($5 - $1) / time
+        printf "  everything else:        %6.2f %%\n", 100 * ($7 - $3 - ($5 - $1) - ($6 - $2)) / time
+    }'
     profile=$(echo "$out"/result/*/device_0/data/ai_ctrl_cpu.data)
     if [ -f "$profile" ]; then
         awk -v bytes="$(stat -c %s "$profile")" -v s="$seconds" '$1 == "data/ai_ctrl_cpu.data" {
@@ -57,6 +55,12 @@ measure() {
         echo "  no profile; $(grep 'data session' "$out/summary")"
         echo "  the script: $(grep '^prof_collect: ' "$out/daemon.err" | tail -n 1)"
     fi
+}
+
+measure() {
+    before=$(ticks | tr '\n' ' ')
+    collect
+    report "$1" "$before" "$(ticks | tr '\n' ' ')"
 }
 
 busy=
