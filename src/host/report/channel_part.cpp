@@ -157,7 +157,7 @@ void ChannelPart::WriteChart(PageContext& context, size_t index, Channel& channe
                                 {"series", std::move(series)}});
 }
 
-void ChannelPart::WriteTable(PageContext& context) {
+ordered_json ChannelPart::TableRows() const {
     ordered_json rows = ordered_json::array();
     for (const Channel& channel : channels_) {
         const auto add = [&](const std::string& what, uint64_t count, uint64_t records) {
@@ -188,6 +188,10 @@ void ChannelPart::WriteTable(PageContext& context) {
             row->push_back(channel.lostRecords);
         }
     }
+    return rows;
+}
+
+void ChannelPart::WriteTable(PageContext& context) {
     context.sections.push_back(
         {{"kind", "table"},
          {"id", "channels"},
@@ -207,7 +211,7 @@ void ChannelPart::WriteTable(PageContext& context) {
            {{"name", "lost records"},
             {"unit", "count"},
             {"hint", "of the channel: they found no room in the driver's ring"}}}},
-         {"rows", std::move(rows)}});
+         {"rows", TableRows()}});
 }
 
 void ChannelPart::Write(PageContext& context) {

@@ -56,6 +56,7 @@ class ChannelPart : public PagePart {
     Channel* Find(uint32_t channel);
     static int ClockOf(const Channel& channel);
     void WriteChart(PageContext& context, size_t index, Channel& channel);
+    [[nodiscard]] nlohmann::ordered_json TableRows() const;
     void WriteTable(PageContext& context);
 
     std::vector<Channel> channels_;

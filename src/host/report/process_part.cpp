@@ -17,6 +17,27 @@ constexpr double FULL = 100;
 constexpr double NS_PER_SECOND = 1e9;
 constexpr int OTHERS_COLOR = 10;
 
+ordered_json TableColumns(bool manyDevices) {
+    ordered_json columns = {
+        {{"name", "process"}, {"unit", "text"}},
+        {{"name", "pid"}, {"unit", "plain"}},
+        {{"name", "parent"}, {"unit", "plain"}, {"hint", "process id of the parent"}},
+        {{"name", "CPU time"},
+         {"unit", "seconds"},
+         {"hint", "user and system time during the run"}},
+        {{"name", "mean CPU"}, {"unit", "percent"}, {"hint", "of one core, while it was measured"}},
+        {{"name", "busiest reading"}, {"unit", "percent"}, {"hint", "of one core"}},
+        {{"name", "threads"}, {"unit", "count"}, {"hint", "most at one time"}},
+        {{"name", "most resident"}, {"unit", "bytes"}},
+        {{"name", "last resident"}, {"unit", "bytes"}},
+        {{"name", "first seen"}, {"unit", "time"}},
+        {{"name", "last seen"}, {"unit", "time"}}};
+    if (manyDevices) {
+        columns.push_back({{"name", "device"}, {"unit", "plain"}});
+    }
+    return columns;
+}
+
 void AddTo(std::vector<float>& sum, const std::vector<float>& values) {
     sum.resize(std::max(sum.size(), values.size()), 0.0f);
     for (size_t i = 0; i < values.size(); ++i) {
@@ -245,23 +266,6 @@ void ProcessPart::WriteTable(PageContext& context) {
         }
         rows.push_back(std::move(row));
     }
-    ordered_json columns = {
-        {{"name", "process"}, {"unit", "text"}},
-        {{"name", "pid"}, {"unit", "plain"}},
-        {{"name", "parent"}, {"unit", "plain"}, {"hint", "process id of the parent"}},
-        {{"name", "CPU time"},
-         {"unit", "seconds"},
-         {"hint", "user and system time during the run"}},
-        {{"name", "mean CPU"}, {"unit", "percent"}, {"hint", "of one core, while it was measured"}},
-        {{"name", "busiest reading"}, {"unit", "percent"}, {"hint", "of one core"}},
-        {{"name", "threads"}, {"unit", "count"}, {"hint", "most at one time"}},
-        {{"name", "most resident"}, {"unit", "bytes"}},
-        {{"name", "last resident"}, {"unit", "bytes"}},
-        {{"name", "first seen"}, {"unit", "time"}},
-        {{"name", "last seen"}, {"unit", "time"}}};
-    if (context.manyDevices) {
-        columns.push_back({{"name", "device"}, {"unit", "plain"}});
-    }
     const uint64_t left = processes_ - table_.size();
     context.sections.push_back(
         {{"kind", "table"},
@@ -270,7 +274,7 @@ void ProcessPart::WriteTable(PageContext& context) {
          {"link", "processes"},
          {"subtitle", "that were seen during the run"},
          {"sort", 3},
-         {"columns", std::move(columns)},
+         {"columns", TableColumns(context.manyDevices)},
          {"note", left == 0 ? ""
                             : std::to_string(left) + " processes with less CPU time and memory are "
                                                      "left out here; the exports hold them."},
