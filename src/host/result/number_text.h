@@ -23,16 +23,37 @@ inline bool TakeLine(std::string_view& rest, std::string_view& line) {
 }
 
 inline void SkipBlanks(std::string_view& rest) {
-    const size_t begin = rest.find_first_not_of(' ');
-    rest.remove_prefix(begin == std::string_view::npos ? rest.size() : begin);
+    size_t blanks = 0;
+    while (blanks < rest.size() && rest[blanks] == ' ') {
+        ++blanks;
+    }
+    rest.remove_prefix(blanks);
 }
 
-// Takes the number at the front of `rest`. False, and `rest` as before, when none of at most
-// LARGEST_NUMBER stands there.
-inline bool TakeNumber(std::string_view& rest, uint64_t& number, int base = 10) {
-    const auto [last, error] =
-        std::from_chars(rest.data(), rest.data() + rest.size(), number, base);
-    if (error != std::errc() || number > LARGEST_NUMBER) {
+// Takes the decimal number of at most 19 digits at the front of `rest`. False, and `rest` as
+// before, when none of at most LARGEST_NUMBER stands there.
+inline bool TakeNumber(std::string_view& rest, uint64_t& number) {
+    constexpr size_t MAX_DIGITS = 19;
+    uint64_t value = 0;
+    size_t digits = 0;
+    for (; digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9'; ++digits) {
+        if (digits == MAX_DIGITS) {
+            return false;
+        }
+        value = value * 10 + static_cast<uint64_t>(rest[digits] - '0');
+    }
+    if (digits == 0 || value > LARGEST_NUMBER) {
+        return false;
+    }
+    number = value;
+    rest.remove_prefix(digits);
+    return true;
+}
+
+// The same for a hexadecimal number of any 64 bits.
+inline bool TakeHex(std::string_view& rest, uint64_t& number) {
+    const auto [last, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number, 16);
+    if (error != std::errc()) {
         return false;
     }
     rest.remove_prefix(static_cast<size_t>(last - rest.data()));
@@ -46,8 +67,8 @@ inline bool TakeField(std::string_view& rest, uint64_t& number) {
 }
 
 // True when `text` is one number and nothing else.
-inline bool IsNumber(std::string_view text, uint64_t& number, int base = 10) {
-    return TakeNumber(text, number, base) && text.empty();
+inline bool IsNumber(std::string_view text, uint64_t& number) {
+    return TakeNumber(text, number) && text.empty();
 }
 
 // Takes a word of `text` at the front of `rest`.
@@ -61,11 +82,7 @@ inline bool TakeText(std::string_view& rest, std::string_view text) {
 
 // `number` times `factor`; false when that is beyond LARGEST_NUMBER.
 inline bool Scale(uint64_t& number, uint64_t factor) {
-    if (factor != 0 && number > LARGEST_NUMBER / factor) {
-        return false;
-    }
-    number *= factor;
-    return true;
+    return !__builtin_mul_overflow(number, factor, &number) && number <= LARGEST_NUMBER;
 }
 
 // Takes "<seconds>.<fraction>" as nanoseconds; the fraction has at most nine digits.

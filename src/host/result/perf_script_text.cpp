@@ -7,7 +7,6 @@ namespace tiv::host {
 
 namespace {
 
-constexpr int HEX = 16;
 constexpr std::string_view UNKNOWN = "[unknown]";
 constexpr std::string_view DIGITS = "0123456789";
 
@@ -92,7 +91,7 @@ bool FindSymbolEnd(std::string_view text, SymbolEnd& end) {
     for (size_t at = text.find("+0x"); at != std::string_view::npos;
          at = text.find("+0x", at + 1)) {
         std::string_view rest = text.substr(at + 3);
-        if (TakeNumber(rest, end.offset, HEX) && TakeText(rest, " (")) {
+        if (TakeHex(rest, end.offset) && TakeText(rest, " (")) {
             end.symbol = at;
             end.module = text.size() - rest.size();
             return true;
@@ -112,14 +111,9 @@ bool ParseStackFrame(std::string_view line, StackFrame& frame) {
         return false;
     }
     line.remove_prefix(begin);
-    const auto [last, error] =
-        std::from_chars(line.data(), line.data() + line.size(), frame.address, HEX);
-    if (error != std::errc()) {
-        return false;
-    }
-    line.remove_prefix(static_cast<size_t>(last - line.data()));
     SymbolEnd end{};
-    if (!TakeText(line, " ") || line.empty() || line.back() != ')' || !FindSymbolEnd(line, end)) {
+    if (!TakeHex(line, frame.address) || !TakeText(line, " ") || line.empty() ||
+        line.back() != ')' || !FindSymbolEnd(line, end)) {
         return false;
     }
     frame.symbol = Known(line.substr(0, end.symbol));

@@ -37,13 +37,16 @@ bool TakeLastLine(std::string_view& text, std::string_view& line) {
     return true;
 }
 
-// Some numbers of stat may be negative; none of those that are used is.
-bool SkipSigned(std::string_view& rest) {
+// Steps behind blanks and a number that is not used, which may be negative.
+bool SkipField(std::string_view& rest) {
     SkipBlanks(rest);
-    const bool negative = TakeText(rest, "-");
-    uint64_t number = 0;
-    // The largest 64-bit number stands for "no limit".
-    return TakeNumber(rest, number) || (!negative && TakeText(rest, "18446744073709551615"));
+    size_t end = !rest.empty() && rest.front() == '-' ? 1 : 0;
+    const size_t begin = end;
+    while (end < rest.size() && rest[end] >= '0' && rest[end] <= '9') {
+        ++end;
+    }
+    rest.remove_prefix(end);
+    return end > begin;
 }
 
 struct Stat {
@@ -56,7 +59,7 @@ bool ParseNumbers(std::string_view rest, Stat& stat) {
     for (size_t i = 0; i < STAT_FIELDS; ++i) {
         const bool used =
             i == PARENT || i == USER_TICKS || i == SYSTEM_TICKS || i == THREADS || i == START;
-        if (used ? !TakeField(rest, stat.numbers[i]) : !SkipSigned(rest)) {
+        if (used ? !TakeField(rest, stat.numbers[i]) : !SkipField(rest)) {
             return false;
         }
     }
