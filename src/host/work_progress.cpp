@@ -46,19 +46,36 @@ std::string WorkProgress::Text(uint64_t bytes, uint64_t total, Clock::duration e
                        FormatBytes(whole), FormatBytes(rate), left);
 }
 
-void WorkProgress::Show(uint64_t bytes, uint64_t total) {
+bool WorkProgress::IsDue() {
     const auto now = Clock::now();
     if (quiet_ || now < next_) {
-        return;
+        return false;
     }
     next_ = now + (terminal_ ? REPAINT_INTERVAL : PLAIN_INTERVAL);
-    std::string text = Text(bytes, total, now - start_);
-    if (terminal_) {
-        text.resize(std::min(text.size(), TerminalColumns(STDERR_FILENO) - 1));
-        Say(stderr, "\r\033[K" + text);
-        painted_ = true;
-    } else {
+    return true;
+}
+
+void WorkProgress::Paint(std::string text) {
+    if (!terminal_) {
         Say(stderr, text + "\n");
+        return;
+    }
+    text.resize(std::min(text.size(), TerminalColumns(STDERR_FILENO) - 1));
+    Say(stderr, "\r\033[K" + text);
+    painted_ = true;
+}
+
+void WorkProgress::Show(uint64_t bytes, uint64_t total) {
+    if (IsDue()) {
+        Paint(Text(bytes, total, Clock::now() - start_));
+    }
+}
+
+void WorkProgress::ShowFinishing() {
+    if (IsDue()) {
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
+        Paint(fmt::format("{}  finishing  {}", what_, FormatDuration(elapsed)));
     }
 }
 

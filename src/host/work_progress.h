@@ -21,6 +21,8 @@ class WorkProgress {
 
     // `bytes` of `total` are done.
     void Show(uint64_t bytes, uint64_t total);
+    // All bytes are done and what comes behind them takes its time.
+    void ShowFinishing();
     // Removes the line, so that a message can stand in its place.
     void Clear();
 
@@ -28,6 +30,9 @@ class WorkProgress {
     [[nodiscard]] std::string Text(uint64_t bytes, uint64_t total, Clock::duration elapsed) const;
 
  private:
+    [[nodiscard]] bool IsDue();
+    void Paint(std::string text);
+
     const std::string what_;
     const bool quiet_;
     const bool terminal_;

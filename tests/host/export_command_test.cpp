@@ -114,6 +114,28 @@ TEST_F(ExportCommand, PlaceThatCannotBeWrittenExits1) {
               tivctl_->Errors());
 }
 
+TEST(ExportResult, CancelledExportLeavesNothing) {
+    const TempDir directory;
+    ExportWatch whileReading;
+    whileReading.onRead = [](const ReadProgress&) { return false; };
+    ExportWatch whileFinishing;
+    whileFinishing.onFinish = [] { return false; };
+
+    for (const ExportFormat format :
+         {ExportFormat::CSV, ExportFormat::SQLITE, ExportFormat::PERFETTO, ExportFormat::FOLDED}) {
+        const std::string output = directory.MakeDir("out") + "/x";
+        EXPECT_TRUE(ExportResult(Golden("profile"), format, output, whileReading).cancelled);
+        if (format == ExportFormat::PERFETTO || format == ExportFormat::FOLDED) {
+            EXPECT_TRUE(ExportResult(Golden("profile"), format, output, whileFinishing).cancelled);
+        }
+        size_t files = 0;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory.Path())) {
+            files += entry.is_regular_file() ? 1 : 0;
+        }
+        EXPECT_EQ(0u, files);
+    }
+}
+
 TEST(WorkProgress, LineTellsShareSizesRateAndRest) {
     const WorkProgress progress("exporting", true);
 

@@ -320,12 +320,13 @@ TEST_F(PerfettoExport, PairOfClockReadingsPlacesTheCollection) {
     result.started = "2026-11-21T18:31:55.495Z";
     result.ended = "2026-11-21T18:31:57.500Z";
     result.clock = ClockPair{*WallNs(result.started), 5000000000};
+    result.replays = {{result.started, result.ended}, {result.ended, ""}};
     ExportRows(result, {}, [](PerfettoExporter&) {});
 
     EXPECT_EQ(2, trace_.packet(0).clock_snapshot().clocks_size());
     EXPECT_EQ(5000000000u, trace_.packet(0).clock_snapshot().clocks(0).timestamp());
     EXPECT_EQ(1795285915495000000u, trace_.packet(0).clock_snapshot().clocks(1).timestamp());
-    EXPECT_EQ((std::vector<std::string>{"collection"}), EventNames(1));
+    EXPECT_EQ((std::vector<std::string>{"collection", "replay 0"}), EventNames(1));
     EXPECT_EQ(5000000000u, trace_.packet(trace_.packet_size() - 2).timestamp());
     EXPECT_EQ(7005000000u, trace_.packet(trace_.packet_size() - 1).timestamp());
 }

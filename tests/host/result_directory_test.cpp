@@ -98,6 +98,20 @@ TEST_F(ResultDirectoryTest, PairOfClockReadingsIsTakenWhereItIs) {
     EXPECT_EQ(938854514675u, result.clock->rawNs);
 }
 
+TEST_F(ResultDirectoryTest, ReplaysAndCommandAreTakenWhereTheyAre) {
+    manifest_["replays"] = json::array(
+        {{{"replay", 0}, {"started", "a"}, {"ended", "b"}}, {{"replay", 1}, {"started", "c"}}, 7});
+    manifest_["command"] = {{"words", {"sleep", "1"}}, {"exitStatus", 0}};
+
+    const ResultDirectory result = Open();
+
+    ASSERT_EQ(2u, result.replays.size());
+    EXPECT_EQ("b", result.replays[0].ended);
+    EXPECT_EQ("c", result.replays[1].started);
+    EXPECT_EQ("", result.replays[1].ended);
+    EXPECT_EQ("[\"sleep\",\"1\"]", result.command);
+}
+
 TEST_F(ResultDirectoryTest, WhatIsNoResultIsToldWithWhatToName) {
     const tiv::test::TempDir empty;
     std::string error;
@@ -135,7 +149,7 @@ TEST_F(ResultDirectoryTest, DamagedManifestIsAProblemAndTheFilesAreFound) {
 
 TEST_F(ResultDirectoryTest, ValuesOfAWrongTypeCountAsMissing) {
     for (const char* key : {"tool", "state", "complete", "askedMs", "units", "started", "devices",
-                            "stoppedEarly", "clock", "ended"}) {
+                            "stoppedEarly", "clock", "ended", "replays", "command"}) {
         for (const json& value : {json(), json("x"), json(-5), json(1.5), json::array({1}),
                                   json{{"pageBytes", "x"}, {"wallNs", -1}}}) {
             manifest_[key] = value;

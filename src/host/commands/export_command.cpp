@@ -82,11 +82,16 @@ int ExportCommand::Run() {
     const std::string output = output_.empty() ? DefaultOutput(directory_, format) : output_;
     const StopSignal stop;
     WorkProgress progress("exporting", quiet_);
-    const ExportReport report =
-        ExportResult(directory_, format, output, [&](const ReadProgress& read) {
-            progress.Show(read.bytes, read.total);
-            return !stop.Asked();
-        });
+    ExportWatch watch;
+    watch.onRead = [&](const ReadProgress& read) {
+        progress.Show(read.bytes, read.total);
+        return !stop.Asked();
+    };
+    watch.onFinish = [&] {
+        progress.ShowFinishing();
+        return !stop.Asked();
+    };
+    const ExportReport report = ExportResult(directory_, format, output, watch);
     progress.Clear();
     if (report.cancelled) {
         Say(stderr, "tivctl: left by Ctrl-C; nothing was written\n");

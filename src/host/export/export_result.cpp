@@ -60,7 +60,7 @@ std::string WriteError(const Exporter& exporter) {
 }  // namespace
 
 ExportReport ExportResult(const std::string& directory, ExportFormat format,
-                          const std::string& output, const OnReadProgress& onProgress) {
+                          const std::string& output, const ExportWatch& watch) {
     ExportReport report;
     const auto result = OpenResult(directory, report.error);
     if (!result.has_value()) {
@@ -68,28 +68,28 @@ ExportReport ExportResult(const std::string& directory, ExportFormat format,
         return report;
     }
     const std::unique_ptr<Exporter> exporter = MakeExporter(format, output);
+    exporter->SetPulse([&] {
+        report.cancelled = report.cancelled || (watch.onFinish && !watch.onFinish());
+        return !report.cancelled;
+    });
     if (!exporter->Open()) {
         report.error = WriteError(*exporter);
         return report;
     }
-    bool userGoesOn = true;
-    ResultReader reader(*result, *exporter);
-    const ReadOutcome outcome = reader.Read([&](const ReadProgress& progress) {
-        userGoesOn = !onProgress || onProgress(progress);
-        return userGoesOn && exporter->Error().empty();
-    });
-    report.cancelled = !userGoesOn;
+    const ReadOutcome outcome =
+        ResultReader(*result, *exporter).Read([&](const ReadProgress& progress) {
+            report.cancelled = watch.onRead && !watch.onRead(progress);
+            return !report.cancelled && exporter->Error().empty();
+        });
     report.isWhole = IsWhole(*result, outcome);
     report.problems = outcome.problems;
     report.bytesRead = outcome.bytes;
-    if (report.cancelled) {
-        return report;
-    }
-    if (!exporter->Commit()) {
+    const bool committed = !report.cancelled && exporter->Commit();
+    if (committed) {
+        report.outputs = exporter->Outputs();
+    } else if (!report.cancelled) {
         report.error = WriteError(*exporter);
-        return report;
     }
-    report.outputs = exporter->Outputs();
     return report;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,17 +30,22 @@ struct ExportReport {
     std::string error;                  // why there is no export; empty when there is one
     bool isNoResult = false;            // what was named is no result
     bool isWhole = false;               // the result is everything that was asked for
-    bool cancelled = false;             // ended by onProgress
+    bool cancelled = false;             // ended by the watch
     std::vector<std::string> problems;  // of the result
     std::vector<std::string> outputs;   // the files that were written
     uint64_t bytesRead = 0;
+};
+
+// What wants to know how an export goes. False from either ends it.
+struct ExportWatch {
+    OnReadProgress onRead;
+    std::function<bool()> onFinish;  // over and over while indexes are made or parts are joined
 };
 
 // Reads the result at `directory` and writes it to `output`, replacing what an earlier export left
 // there. What is written gets its name when it is whole; an export that fails or is cancelled
 // leaves nothing. Blocks.
 [[nodiscard]] ExportReport ExportResult(const std::string& directory, ExportFormat format,
-                                        const std::string& output,
-                                        const OnReadProgress& onProgress = {});
+                                        const std::string& output, const ExportWatch& watch = {});
 
 }  // namespace tiv::host

@@ -1,7 +1,9 @@
 // What all forms of an export have in common.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/result/result_directory.h"
@@ -23,6 +25,16 @@ class Exporter : public TableVisitor {
     [[nodiscard]] virtual std::string Error() const = 0;
     // The files that Commit leaves behind.
     [[nodiscard]] virtual std::vector<std::string> Outputs() const = 0;
+
+    // `pulse` is called over and over while something takes long behind the last row. False ends
+    // the export; nothing is to be committed then.
+    void SetPulse(std::function<bool()> pulse) { pulse_ = std::move(pulse); }
+
+ protected:
+    [[nodiscard]] bool GoesOn() const { return !pulse_ || pulse_(); }
+
+ private:
+    std::function<bool()> pulse_;
 };
 
 // True when the result is everything that was asked for and all of it could be read.

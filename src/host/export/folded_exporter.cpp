@@ -131,9 +131,9 @@ void FoldedExporter::OnEnd(const ReadOutcome& outcome) {
         Flush(event);
         event.file.Write(head);
         // A failure stays with the file it happened to.
-        (void)event.scratch.ReadBack([&event](std::string_view bytes) {
+        (void)event.scratch.ReadBack([this, &event](std::string_view bytes) {
             event.file.Write(bytes);
-            return event.file.Error().empty();
+            return event.file.Error().empty() && GoesOn();
         });
     }
     result_ = nullptr;

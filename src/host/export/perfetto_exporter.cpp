@@ -225,27 +225,36 @@ void PerfettoExporter::OnChannelLoss(const ChannelLossRow& row) {
     }
 }
 
-// The collection as the host saw it, where the host's clock can be told in the device's.
-void PerfettoExporter::WriteCollection(uint64_t jobTrack, const ReadOutcome& outcome) {
-    const auto started = WallNs(result_->started);
-    const auto ended = WallNs(result_->ended);
-    if (!result_->clock.has_value() || !started.has_value() || !ended.has_value()) {
+// A stretch of the host's wall clock, where that can be told in the device's.
+void PerfettoExporter::WriteWallSlice(uint64_t track, const std::string& started,
+                                      const std::string& ended, const std::string& name) {
+    const auto from = WallNs(started);
+    const auto to = WallNs(ended);
+    if (!result_->clock.has_value() || !from.has_value() || !to.has_value()) {
         return;
     }
     const uint64_t offset = result_->clock->rawNs - result_->clock->wallNs;
-    const uint64_t begin = *started + offset;
-    const uint64_t end = *ended + offset;
+    const uint64_t begin = *from + offset;
+    const uint64_t end = *to + offset;
     if (begin < end && end <= static_cast<uint64_t>(INT64_MAX)) {
-        const bool isWhole = IsWhole(*result_, outcome);
-        events_.Write(packets_.SliceBegin(jobTrack, begin,
-                                          isWhole ? "collection" : "collection (incomplete)"));
-        events_.Write(packets_.SliceEnd(jobTrack, end));
+        events_.Write(packets_.SliceBegin(track, begin, name));
+        events_.Write(packets_.SliceEnd(track, end));
     }
 }
 
-void PerfettoExporter::WriteJob(int deviceId, const ReadOutcome& outcome, bool isWhole) {
+void PerfettoExporter::WriteCourse(uint64_t jobTrack, bool isWhole) {
+    const char* suffix = isWhole ? "" : " (incomplete)";
+    WriteWallSlice(jobTrack, result_->started, result_->ended, fmt::format("collection{}", suffix));
+    const uint64_t uuid = TrackUuid("replays");
+    for (size_t replay = 0; replay < result_->replays.size(); ++replay) {
+        Declare(uuid, jobTrack, "replays");
+        WriteWallSlice(uuid, result_->replays[replay].started, result_->replays[replay].ended,
+                       fmt::format("replay {}{}", replay, suffix));
+    }
+}
+
+void PerfettoExporter::WriteJob(int deviceId, bool isWhole) {
     const uint64_t job = Group(deviceId, "job");
-    WriteCollection(job, outcome);
     for (size_t phase = 0; phase < PHASE_COUNT; ++phase) {
         const TimeSpan& span = phases_[deviceId][phase];
         if (!span.firstNs.has_value()) {
@@ -266,8 +275,13 @@ void PerfettoExporter::OnEnd(const ReadOutcome& outcome) {
     for (const DeviceFacts& device : result_->devices) {
         devices.insert(device.deviceId);
     }
+    const uint64_t collection = TrackUuid("collection");
+    if (result_->clock.has_value()) {
+        Declare(collection, 0, "collection");
+        WriteCourse(collection, isWhole);
+    }
     for (const int deviceId : devices) {
-        WriteJob(deviceId, outcome, isWhole);
+        WriteJob(deviceId, isWhole);
     }
     if (!isWhole) {
         const uint64_t uuid = TrackUuid("what is missing");
@@ -290,7 +304,7 @@ void PerfettoExporter::Join(const ReadOutcome& outcome) {
         // A failure stays with the part.
         (void)part->ReadBack([this](std::string_view bytes) {
             output_.Write(bytes);
-            return output_.Error().empty();
+            return output_.Error().empty() && GoesOn();
         });
     }
 }

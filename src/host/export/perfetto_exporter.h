@@ -26,8 +26,10 @@ namespace tiv::host {
 // only behind its readings: tracks and events go to two scratch files beside the output, which are
 // joined at the end.
 //
-//   job of device 0        one slice for each kind of readings, from the first to the last; what is
-//                          missing as instants
+//   collection             the collection and its replays, where the host's clock is known in the
+//                          device's
+//   job of device 0        one slice for each kind of readings, from the first to the last
+//   INCOMPLETE             what is missing as instants
 //   CPU of device 0        all cores by state in %, each core's busy share in %
 //   memory of device 0     the lines of the memory reading
 //   <name> <pid>           CPU in % of one core, resident memory
@@ -73,8 +75,10 @@ class PerfettoExporter : public Exporter {
     void DeclareCounter(const TrackFacts& track, CounterUnit unit, std::string_view unitName);
     void Saw(int deviceId, Phase phase, uint64_t timeNs);
     uint64_t Group(int deviceId, const char* kind);
-    void WriteJob(int deviceId, const ReadOutcome& outcome, bool isWhole);
-    void WriteCollection(uint64_t jobTrack, const ReadOutcome& outcome);
+    void WriteJob(int deviceId, bool isWhole);
+    void WriteCourse(uint64_t jobTrack, bool isWhole);
+    void WriteWallSlice(uint64_t track, const std::string& started, const std::string& ended,
+                        const std::string& name);
     void Join(const ReadOutcome& outcome);
 
     GzipFile output_;

@@ -66,6 +66,13 @@ void RowExporter::WriteDevice(const DeviceFacts& device) {
 
 void RowExporter::OnBegin(const ResultDirectory& result) {
     result_ = &result;
+    for (size_t replay = 0; replay < result.replays.size(); ++replay) {
+        sink_.BeginRow(Table::REPLAY);
+        sink_.Integer(replay);
+        MaybeText(result.replays[replay].started);
+        MaybeText(result.replays[replay].ended);
+        sink_.EndRow();
+    }
     for (const DeviceFacts& device : result.devices) {
         WriteDevice(device);
     }
@@ -250,6 +257,7 @@ void RowExporter::WriteResult(const ReadOutcome& outcome) {
     MaybeText(result_->started);
     MaybeText(result_->ended);
     Maybe(result_->askedMs);
+    MaybeText(result_->command);
     sink_.Integer(result_->stoppedEarly ? 1 : 0);
     sink_.Integer(result_->pageBytes);
     sink_.Integer(result_->ticksPerSecond);

@@ -29,6 +29,15 @@ bool SqliteDatabase::Run(const std::string& sql) {
     return error_.empty();
 }
 
+void SqliteDatabase::SetPulse(const std::function<bool()>& pulse) {
+    constexpr int STEPS = 100000;
+    const auto call = [](void* function) {
+        return (*static_cast<const std::function<bool()>*>(function))() ? 0 : 1;
+    };
+    // The library only hands the pointer back.
+    sqlite3_progress_handler(handle_, STEPS, call, const_cast<std::function<bool()>*>(&pulse));
+}
+
 bool SqliteDatabase::Close() {
     if (handle_ != nullptr && sqlite3_close(handle_) != SQLITE_OK) {
         Fail("close the database");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,9 @@ class SqliteDatabase {
     bool Create(const std::string& path);
     // Runs statements that give no rows.
     bool Run(const std::string& sql);
+    // Has `pulse` called over and over while a statement runs; false from it makes the statement
+    // fail. It outlives the connection.
+    void SetPulse(const std::function<bool()>& pulse);
     // False when something failed.
     bool Close();
 

@@ -120,6 +120,7 @@ std::string SqliteExporter::Error() const {
 
 bool SqliteExporter::Commit() {
     inserts_.clear();
+    database_.SetPulse(goesOn_);
     if (!database_.Run("COMMIT") || !database_.Run(CreateIndexesSql()) ||
         !database_.Run("PRAGMA optimize") || !database_.Close()) {
         return false;

@@ -1,6 +1,7 @@
 // One SQLite file with all tables.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -43,6 +44,7 @@ class SqliteExporter : private CellSink, public RowExporter {
     const std::string temporary_;
     std::string error_;
     bool isMade_ = false;
+    const std::function<bool()> goesOn_ = [this] { return GoesOn(); };
     SqliteDatabase database_;
     std::vector<std::unique_ptr<SqliteInsert>> inserts_;  // in the order of Table
     SqliteInsert* insert_ = nullptr;                      // of the row in hand

@@ -23,6 +23,7 @@ struct TableSpec {
 enum class Table : uint8_t {
     RESULT,
     PROBLEM,
+    REPLAY,
     DEVICE,
     FILE,
     SYSTEM_CPU,

@@ -100,6 +100,19 @@ void ReadClock(const json& clock, ResultDirectory& result) {
     }
 }
 
+void ReadCourse(const json& manifest, ResultDirectory& result) {
+    const json& replays = PartOf(manifest, "replays");
+    if (replays.is_array()) {
+        for (const json& replay : replays) {
+            if (replay.is_object()) {
+                result.replays.push_back({TextOf(replay, "started"), TextOf(replay, "ended")});
+            }
+        }
+    }
+    const json& words = PartOf(PartOf(manifest, "command"), "words");
+    result.command = words.is_array() ? words.dump() : "";
+}
+
 void ReadHead(const json& manifest, ResultDirectory& result) {
     result.tool = TextOf(manifest, "tool");
     const std::string state = TextOf(manifest, "state");
@@ -111,6 +124,7 @@ void ReadHead(const json& manifest, ResultDirectory& result) {
     result.started = TextOf(manifest, "started");
     result.ended = TextOf(manifest, "ended");
     result.askedMs = NumberOf(manifest, "askedMs");
+    ReadCourse(manifest, result);
     ReadUnits(PartOf(manifest, "units"), result);
     ReadClock(PartOf(manifest, "clock"), result);
     if (result.state == "running") {

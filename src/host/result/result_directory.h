@@ -38,6 +38,12 @@ struct ClockPair {
     uint64_t rawNs = 0;   // the raw monotonic clock
 };
 
+// One stretch of collecting, by the host's wall clock.
+struct ReplayFacts {
+    std::string started;  // UTC
+    std::string ended;    // empty when it never did
+};
+
 struct ResultDirectory {
     std::string path;
     std::string tool;
@@ -48,6 +54,8 @@ struct ResultDirectory {
     std::string started;  // UTC; empty when it is not known
     std::string ended;
     std::optional<uint64_t> askedMs;
+    std::vector<ReplayFacts> replays;
+    std::string command;  // the words of the command that was run meanwhile, a JSON list, or empty
     uint64_t pageBytes = 4096;
     uint64_t ticksPerSecond = 100;
     std::optional<ClockPair> clock;
