@@ -47,6 +47,7 @@ std::string NotStarted(const std::string& name, int reason) {
 std::string ChildCommand::Start(const std::vector<std::string>& words) {
     std::vector<std::string> copies = words;
     std::vector<char*> arguments;
+    arguments.reserve(copies.size() + 1);
     for (std::string& word : copies) {
         arguments.push_back(word.data());
     }

@@ -15,7 +15,7 @@ class CheckCommand : public Command {
  public:
     CLI::App* Declare(CLI::App& app) override;
     [[nodiscard]] bool TakesProgram() const override { return true; }
-    void SetProgram(std::vector<std::string> words) override { job_.SetProgram(std::move(words)); }
+    void SetProgram(const std::vector<std::string>& words) override { job_.SetProgram(words); }
     int Run() override;
 
  private:

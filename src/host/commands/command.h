@@ -24,7 +24,7 @@ class Command {
     virtual CLI::App* Declare(CLI::App& app) = 0;
     // Whether words behind "--" are a program and its arguments for this command, and those words.
     [[nodiscard]] virtual bool TakesProgram() const { return false; }
-    virtual void SetProgram(std::vector<std::string> /*words*/) {}
+    virtual void SetProgram(const std::vector<std::string>& /*words*/) {}
     // Does the work and returns the exit code. Says what went wrong itself.
     [[nodiscard]] virtual int Run() = 0;
 };

@@ -8,15 +8,8 @@ namespace {
 using MakeCommand = std::unique_ptr<Command> (*)();
 
 constexpr MakeCommand COMMANDS[] = {
-    MakeDevicesCommand,
-    MakeCheckCommand,
-    MakeCollectCommand,
-    MakeTopCommand,
-    MakeInfoCommand,
-    MakeReportCommand,
-    MakeExportCommand,
-    MakeCompletionCommand,
-    MakeManCommand,
+    MakeDevicesCommand, MakeCheckCommand,  MakeCollectCommand,    MakeTopCommand, MakeInfoCommand,
+    MakeReportCommand,  MakeExportCommand, MakeCompletionCommand, MakeManCommand,
 };
 
 }  // namespace

@@ -20,7 +20,7 @@ class JobOptions {
     // Adds JOB and the options to `command`, which outlives this object.
     void Declare(CLI::App& command);
     // The words behind "--".
-    void SetProgram(std::vector<std::string> words) { program_ = std::move(words); }
+    void SetProgram(const std::vector<std::string>& words) { program_ = words; }
 
     // The job file's values with the options over them. No value, and `error` says why, when the
     // file cannot be read.

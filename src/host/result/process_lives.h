@@ -37,8 +37,8 @@ class ProcessLives {
     void Finish();
 
     [[nodiscard]] uint32_t Pid() const { return pid_; }
-    // The name of the process that appeared last, in the bytes that the kernel gave; empty when none
-    // could be read so far. Valid until the next call.
+    // The name of the process that appeared last, in the bytes that the kernel gave; empty when
+    // none could be read so far. Valid until the next call.
     [[nodiscard]] std::string_view LatestName() const {
         return lives_.empty() ? std::string_view() : std::string_view(lives_.back().name);
     }
