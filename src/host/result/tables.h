@@ -12,9 +12,9 @@ namespace tiv::host {
 struct ResultDirectory;
 
 // Times are nanoseconds of the device's raw monotonic clock unless a row says otherwise. What was
-// not measured is absent, never 0. Every number but a frame's address and offset fits 63 bits. Texts
-// are UTF-8 without zero bytes: bytes of another encoding stand as \xNN; control characters, quotes
-// and markup stay as they came. Views are valid during the call only.
+// not measured is absent, never 0. Every number but a frame's address and offset fits 63 bits.
+// Texts are UTF-8 without zero bytes: bytes of another encoding stand as \xNN; control characters,
+// quotes and markup stay as they came. Views are valid during the call only.
 
 // The states that a core's time is told apart by, in the order of /proc/stat. A guest's time is
 // part of user and nice.
