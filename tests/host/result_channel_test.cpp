@@ -159,6 +159,18 @@ TEST(Channel, AnyCutIntoPiecesGivesTheSameRows) {
     EXPECT_EQ(4u, whole.unreadableBytes);
 }
 
+TEST(Channel, HeaderBehindACutRecordIsNeverTakenForItsRest) {
+    for (size_t left = 0; left < 24; ++left) {
+        const std::string stream =
+            PERF_FILE + Count(140, 0, 0, 1).substr(0, left) + PerfHeader() + Count(7, 0, 0, 1);
+        const ParsedFile whole = Parse(stream);
+        EXPECT_EQ(left, whole.unreadableBytes);
+        for (size_t piece = 1; piece < stream.size(); ++piece) {
+            ASSERT_EQ(whole, Parse(stream, piece)) << left << " " << piece;
+        }
+    }
+}
+
 TEST(Statistic, CountsAndWhatWasNotCounted) {
     const ParsedFile parsed = Parse(
         "# <not supported> LLC-stores\n"
