@@ -19,7 +19,7 @@ struct TableSpec {
     bool firstIsKey;  // the first column names the row
 };
 
-// Places in the list of specifications.
+// Places in the list of tables.
 enum class Table : uint8_t {
     RESULT,
     PROBLEM,
