@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -31,8 +30,11 @@ int StatusOf(int status) {
 }  // namespace
 
 std::string FileContent(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    // A thread that ends between open and read fails the read, which this operator keeps to itself.
+    content << file.rdbuf();
+    return content.str();
 }
 
 bool PauseUntil(std::chrono::steady_clock::time_point deadline) {
