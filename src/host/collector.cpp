@@ -41,6 +41,7 @@ Collector::Collector(JobPlan plan, CollectOptions options, bool quiet, Collectio
       view_(view == nullptr ? progress_ : *view),
       link_(options_.wait, [this](std::chrono::milliseconds time) { return !stop_.Wait(time); }),
       quiet_(quiet),
+      keepsOutput_(view != nullptr),
       leaveCode_(EXIT_REFUSED) {
     record_.asked = AskedTime(options_);
     record_.command = options_.command;
@@ -116,7 +117,8 @@ bool Collector::StartAll() {
 
 // The devices collect already: nothing of the command's life is missed.
 bool Collector::StartCommand() {
-    const std::string error = command_.Start(options_.command);
+    const std::string log = keepsOutput_ ? directory_ + "/command.log" : "";
+    const std::string error = command_.Start(options_.command, log);
     if (!error.empty()) {
         Report(error + "; nothing was collected");
         leaveCode_ = EXIT_USAGE;
@@ -149,7 +151,7 @@ bool Collector::TakeStop() {
     if (!record_.stoppedEarly) {
         record_.stoppedEarly = true;
         SayHowToLeave();
-        if (!stop_.FromTerminal()) {
+        if (!stop_.FromTerminal() || command_.HasOwnGroup()) {
             command_.Signal(stop_.Signal());
         }
     }

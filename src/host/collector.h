@@ -21,7 +21,8 @@ namespace tiv::host {
 // manifest says whether it is everything. One object per collection; one thread.
 class Collector {
  public:
-    // `view` is borrowed; without one a progress line is shown, unless `quiet`.
+    // `view` is borrowed and has the terminal to itself: what the command prints goes to
+    // command.log in the result. Without one a progress line is shown, unless `quiet`.
     Collector(JobPlan plan, CollectOptions options, bool quiet, CollectionView* view = nullptr);
 
     // Returns the exit code. Messages for people go to standard error.
@@ -65,6 +66,7 @@ class Collector {
     std::vector<std::unique_ptr<DeviceRun>> runs_;
     std::string directory_;
     const bool quiet_;
+    const bool keepsOutput_;  // the command's
     ChildCommand command_;
     int leaveCode_;         // of a collection that does not begin
     bool starting_ = true;  // until every device collects: the first Ctrl-C gives up

@@ -8,6 +8,9 @@
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/job_plan.h"
+#include "host/live/live_view.h"
+#include "host/live/screen.h"
+#include "host/progress_line.h"
 #include "host/report/make_report.h"
 #include "host/result_summary.h"
 
@@ -25,10 +28,13 @@ class CollectCommand : public Command {
  private:
     int Collect();
     int RunPlan(JobPlan plan, const CollectOptions& options, std::string& directory) const;
+    std::unique_ptr<LiveView> MakeView(const JobPlan& plan, const CollectOptions& options,
+                                       CollectionView& after) const;
 
     JobOptions job_;
     bool quiet_ = false;
     bool report_ = false;
+    bool live_ = false;
 };
 
 CLI::App* CollectCommand::Declare(CLI::App& app) {
@@ -37,6 +43,9 @@ CLI::App* CollectCommand::Declare(CLI::App& app) {
     job_.Declare(*collect);
     collect->add_flag("--report", report_,
                       "Make the page of the result at the end, report.html in it");
+    collect->add_flag("--live", live_,
+                      "Show what arrives on a full screen, as `tivctl top` does; what a command "
+                      "prints goes to command.log in the result");
     collect->add_flag("--quiet", quiet_, "No progress and no summary");
     collect->footer(
         "tivctl collect [JOB] [OPTIONS] -- COMMAND [ARGUMENTS] starts the command when the devices "
@@ -47,6 +56,11 @@ CLI::App* CollectCommand::Declare(CLI::App& app) {
 }
 
 int CollectCommand::Collect() {
+    const std::string whyNot = live_ ? Screen::WhyNot() : "";
+    if (!whyNot.empty()) {
+        Say(stderr, "tivctl: " + whyNot + "\n");
+        return EXIT_USAGE;
+    }
     std::string error;
     const std::optional<CollectOptions> options = job_.Read(error);
     if (!options.has_value()) {
@@ -72,13 +86,25 @@ int CollectCommand::Collect() {
 // Collects and tells of it. `directory` is the result; it stays empty when there is none.
 int CollectCommand::RunPlan(JobPlan plan, const CollectOptions& options,
                             std::string& directory) const {
-    Collector collector(std::move(plan), options, quiet_);
+    ProgressLine line(quiet_);
+    const std::unique_ptr<LiveView> view = MakeView(plan, options, line);
+    Collector collector(std::move(plan), options, quiet_, view.get());
     const int exitCode = collector.Run();
     directory = collector.ResultDirectory();
     if (!quiet_ && !directory.empty()) {
         PrintSummary(directory, collector.Runs());
     }
     return exitCode;
+}
+
+// Null without --live. `after` takes over when the screen is left and outlives the view.
+std::unique_ptr<LiveView> CollectCommand::MakeView(const JobPlan& plan,
+                                                   const CollectOptions& options,
+                                                   CollectionView& after) const {
+    if (!live_) {
+        return nullptr;
+    }
+    return std::make_unique<LiveView>(MakeLiveOptions("tivctl collect", plan.jobs, options), after);
 }
 
 int CollectCommand::Run() {
