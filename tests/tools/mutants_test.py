@@ -1,0 +1,178 @@
+"""Tests of tools/mutants.py and of what tools/mutate.py reports."""
+
+import contextlib
+import io
+import itertools
+import os
+import sys
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tools"))
+
+import mutants  # noqa: E402
+import mutate  # noqa: E402
+
+
+def changes(*lines):
+    """{operator: [text]} of the second of several lines, the first of which opens a block."""
+    source = mutants.Source("a.cpp", "\n".join(("void F() {",) + lines))
+    return {name: [" / ".join(new) for new in found] for name, found in source.changes(1).items()}
+
+
+class Lines(unittest.TestCase):
+    def test_what_is_no_code_has_no_change(self):
+        for line in ("", "}", "});", "// a < b", "/* 1 */", "#include <a.h>", "#define A 1",
+                     "namespace tiv {", "using A = B<1>;", "class A;", "struct B : C;", "private:",
+                     "A& operator=(const A&) = delete;", "virtual int F() = 0;",
+                     'static_assert(sizeof(A) == 1, "no");', 'extern "C" {'):
+            self.assertEqual({}, changes(line), line)
+
+    def test_second_line_of_a_directive_is_no_code(self):
+        self.assertEqual({}, mutants.Source("a.cpp", "#define A \\\n    return 1;").changes(1))
+
+    def test_second_line_of_an_assertion_of_the_compiler_is_no_code(self):
+        source = mutants.Source("a.cpp", "{\nstatic_assert(A == 1 &&\n    B == 2);\nC(1);")
+        self.assertEqual({}, source.changes(2))
+        self.assertIn("constant", source.changes(3))
+
+    def test_comment_over_several_lines_is_no_code(self):
+        self.assertEqual({}, mutants.Source("a.cpp", "/*\n a = 1;\n*/").changes(1))
+
+    def test_comment_behind_code_stays(self):
+        self.assertEqual({"constant": ["int a = 1;  // 0"]}, changes("int a = 0;  // 0"))
+
+    def test_nothing_but_texts_changes_in_a_literal(self):
+        self.assertEqual({"text": ['F("b < 1");', 'F("a < 2");'], "drop": [""]},
+                         changes('F("a < 1");'))
+
+    def test_character_literal_stays(self):
+        self.assertEqual({}, changes("case '1':"))
+
+
+class Operators(unittest.TestCase):
+    def test_comparison_moves_its_border_or_turns(self):
+        self.assertEqual(["if (a <= b) {", "if (a >= b) {"], changes("if (a < b) {")["comparison"])
+        self.assertEqual(["return a != b;"], changes("return a == b;")["comparison"])
+
+    def test_brackets_of_templates_are_no_comparison(self):
+        self.assertEqual({}, changes("std::map<A, B> a;"))
+        self.assertEqual({}, changes("x->y(a >> b, c << d),"))
+
+    def test_condition_is_negated_whole(self):
+        self.assertEqual(["if (!(f(a) || b)) {"], changes("if (f(a) || b) {")["condition"])
+        self.assertEqual(["} else if (!(a)) {"], changes("} else if (a) {")["condition"])
+        self.assertEqual(["} while (!(a));"], changes("} while (a);")["condition"])
+
+    def test_condition_over_two_lines_is_left(self):
+        self.assertEqual({"connective": ["if (a ||"]}, changes("if (a &&", "    b) {"))
+
+    def test_references_are_no_connective(self):
+        self.assertEqual({}, changes("void F(A&& a) {"))
+
+    def test_sign(self):
+        self.assertEqual(["x = a - b;"], changes("x = a + b;")["sign"])
+        self.assertEqual(["x -= b;"], changes("x += b;")["sign"])
+        self.assertEqual({}, changes("f(-a,"))
+
+    def test_constant_goes_by_one_and_between_0_and_1(self):
+        self.assertEqual(["F(1);"], changes("F(0);")["constant"])
+        self.assertEqual(["F(0U);"], changes("F(1U);")["constant"])
+        self.assertEqual(["F(9999);", "F(10001);"], changes("F(10'000);")["constant"])
+        self.assertEqual(["F(0xe);", "F(0x10);"], changes("F(0x0F);")["constant"])
+        self.assertEqual(["F(037);", "F(041);"], changes("F(040);")["constant"])
+
+    def test_digits_of_names_and_fractions_are_no_constant(self):
+        self.assertEqual({"drop": [""]}, changes("f2(uint32_t, 1.5, a.b1);"))
+
+    def test_truth(self):
+        self.assertEqual(["return false;"], changes("return true;")["truth"])
+
+    def test_escapes_and_conversions_of_a_text_stay(self):
+        self.assertEqual({"text": ['G("b%5d\\x41\\n%lu!",']}, changes('G("a%5d\\x41\\n%lu!",'))
+
+    def test_last_letter_goes_round(self):
+        self.assertEqual({"text": ['G("a",']}, changes('G("z",'))
+
+
+class Statements(unittest.TestCase):
+    def test_calls_assignments_and_jumps_are_dropped(self):
+        for line in ("F();", "a.b->c(d, e(f));", "(void)F();", "a = b;", "a[i] |= b;", "++a;",
+                     "a.b++;", "*a = b;", "a::B<C>(d).e();", "out << a << b;", "break;", "return;",
+                     "throw A(b);"):
+            self.assertEqual([""], changes(line).get("drop"), line)
+
+    def test_declarations_and_results_are_not(self):
+        for line in ("int a;", "const auto b = F();", "A* c = d;", "std::vector<A> e(f);",
+                     "A& g = h;", "int Member() const;", "return a;"):
+            self.assertNotIn("drop", changes(line), line)
+
+    def test_constructor_is_declared(self):
+        source = mutants.Source("a.h", "class A : B {\n public:\n    A();")
+        self.assertEqual({}, source.changes(2))
+
+    def test_part_of_a_statement_is_not_dropped(self):
+        source = mutants.Source("a.cpp", "const int a =\n    F(b);")
+        self.assertEqual({}, source.changes(1))
+
+    def test_neighbours_are_swapped(self):
+        self.assertEqual(["G(a); / F();"], changes("F();", "G(a);")["swap"])
+        self.assertEqual(["b = a; / a = c;"], changes("a = c;", "b = a;")["swap"])
+
+    def test_what_has_no_order_is_not(self):
+        self.assertNotIn("swap", changes("a = b;", "c = d;"))
+        self.assertNotIn("swap", changes("F();", "F();"))
+        self.assertNotIn("swap", changes("F();", "return;"))
+        self.assertNotIn("swap", changes("F();", "int a = 0;"))
+
+
+class Draw(unittest.TestCase):
+    sources = [mutants.Source("a.cpp", "{\nF(1);\nG(2);\n}"), mutants.Source("b.cpp", "{\nH(3);")]
+
+    def test_seed_decides(self):
+        first, again, other = (list(itertools.islice(mutants.draw(self.sources, seed), 5))
+                               for seed in (1, 1, 2))
+        self.assertEqual(first, again)
+        self.assertNotEqual(first, other)
+
+    def test_each_mutant_comes_once(self):
+        drawn = list(mutants.draw(self.sources, 1))
+        self.assertEqual(9, len(drawn))
+        self.assertEqual(9, len({(mutant.file, mutant.line, mutant.mutated) for mutant in drawn}))
+        self.assertEqual(list(range(1, 10)), [mutant.number for mutant in drawn])
+
+
+class Report(unittest.TestCase):
+    mutant = mutants.Mutant(1, "src/a.cpp", 2, "drop", "F();", "", [""])
+
+    def test_allowed_is_what_names_file_and_both_texts(self):
+        self.assertTrue(mutate.is_allowed(self.mutant, ["src/a.cpp: F(); => : it has no effect"]))
+        for line in ("src/b.cpp: F(); => : x", "src/a.cpp: F() => : x", "src/a.cpp: F(); => a: x",
+                     "src/a.cpp: F(); =>"):
+            self.assertFalse(mutate.is_allowed(self.mutant, [line]), line)
+
+    def score(self, killed, allowed, survived):
+        text = io.StringIO()
+        with contextlib.redirect_stdout(text):
+            good = mutate.score("a", dict(zip(mutate.STAGES, killed)), allowed, survived)
+        return good, text.getvalue().splitlines()
+
+    def test_score_before_and_after_the_allowed(self):
+        self.assertEqual((True, [
+            "a: 95 of 100 killed (unit 90, neighbours 4, end-to-end 1), 0 survived, 5 allowed",
+            "a: 95.0 %, without the allowed 100.0 %"]), self.score((90, 4, 1), 5, 0))
+
+    def test_one_survivor_or_too_many_allowed_is_wrong(self):
+        self.assertFalse(self.score((99, 0, 0), 0, 1)[0])
+        self.assertFalse(self.score((94, 0, 0), 6, 0)[0])
+
+    def test_list_of_the_allowed_names_lines_that_exist(self):
+        for line in mutate.read_allowed(os.path.join(mutate.ROOT, "tools", "mutants_allowed.txt")):
+            name, _, rest = line.partition(": ")
+            with open(os.path.join(mutate.ROOT, name), encoding="utf-8") as source:
+                texts = [" ".join(text.split()) for text in source.read().split("\n")]
+            original = rest.split(" => ")[0].split(" / ")
+            self.assertTrue(all(text in texts for text in original), line)
+
+
+if __name__ == "__main__":
+    unittest.main()
