@@ -69,7 +69,8 @@ def connectives(line, code):
 
 
 def signs(line, code):
-    for found in re.finditer(r"(?<= )[-+](?==? |$)", code):
+    """Texts are only joined."""
+    for found in re.finditer(r"(?<![\"'] )(?<= )[-+](?==? (?![\"']|std::to_string)|$)", code):
         yield replaced(line, *found.span(), "-" if found.group() == "+" else "+")
 
 

@@ -74,6 +74,10 @@ class Operators(unittest.TestCase):
         self.assertEqual(["x -= b;"], changes("x += b;")["sign"])
         self.assertEqual({}, changes("f(-a,"))
 
+    def test_joined_texts_are_no_sum(self):
+        for line in ('F(a + "",', "F('' + a,", 'a += "";', "return a + std::to_string(b);"):
+            self.assertNotIn("sign", changes(line), line)
+
     def test_constant_goes_by_one_and_between_0_and_1(self):
         self.assertEqual(["F(1);"], changes("F(0);")["constant"])
         self.assertEqual(["F(0U);"], changes("F(1U);")["constant"])
