@@ -3,12 +3,35 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
 #include "support/failing_new.h"
 
 namespace analysis::rokt::transport {
 namespace {
 
 ProfChannelBuffers& Buffers() { return ProfChannelBuffers::Instance(); }
+
+// The flags that the kernel gives for the mapping of an address.
+std::string MappingFlags(uintptr_t address) {
+    std::ifstream maps("/proc/self/smaps");
+    std::string line;
+    bool inside = false;
+    while (std::getline(maps, line)) {
+        std::istringstream words(line);
+        uintptr_t first = 0;
+        uintptr_t end = 0;
+        char dash = 0;
+        if (words >> std::hex >> first >> dash >> end && dash == '-') {
+            inside = first <= address && address < end;
+        } else if (inside && line.rfind("VmFlags:", 0) == 0) {
+            return line + " ";
+        }
+    }
+    return "";
+}
 
 // Readers that a test attaches leave with it.
 class ChannelBuffers : public testing::Test {
@@ -37,6 +60,16 @@ TEST_F(ChannelBuffers, ChunkHasRoomForOneBufferAndDefaultFields) {
     EXPECT_EQ(chunk->chunkSize, 0U);
     EXPECT_EQ(chunk->offset, -1);
     EXPECT_FALSE(chunk->isLastChunk);
+}
+
+TEST_F(ChannelBuffers, FreshRoomMayLieOnLargePages) {
+    if (!std::filesystem::exists("/sys/kernel/mm/transparent_hugepage")) {
+        GTEST_SKIP() << "this kernel has no transparent large pages";
+    }
+    const auto chunk = Buffers().MakeChunk();
+    const auto middle = reinterpret_cast<uintptr_t>(chunk->chunk.data()) + CHANNEL_BUFFER_SIZE / 2;
+
+    EXPECT_NE(MappingFlags(middle).find(" hg "), std::string::npos);
 }
 
 TEST_F(ChannelBuffers, RoomComesBackWhileAReaderIsAttached) {
