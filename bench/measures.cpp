@@ -231,6 +231,22 @@ ScaleResult RunScale(int devices, uint64_t allBytes) {
     return result;
 }
 
+double MedianRate(const std::vector<ScaleResult>& results) {
+    return MedianOf(results, [](const ScaleResult& r) { return r.bytesPerSecond; });
+}
+
+void PrintScale(int devices, const std::vector<ScaleResult>& results, double one) {
+    const double rate = MedianRate(results);
+    std::printf(
+        "%2d devices: %6.2f GB/s (%.2f of one)   least/most served %.2f   %lu threads   peak "
+        "%lu MiB\n",
+        devices, rate / GB, rate / one,
+        MedianOf(results, [](const ScaleResult& r) { return r.fairness; }),
+        static_cast<unsigned long>(results.back().threads),
+        static_cast<unsigned long>(results.back().peakKib / 1024));
+    (void)std::fflush(stdout);
+}
+
 }  // namespace
 
 void MeasurePath(const PathOptions& options) {
@@ -278,22 +294,13 @@ void MeasureLatency(const PathOptions& options) {
 void MeasureScale(const PathOptions& options) {
     (void)RunScale(1, options.scaleBytes);  // warms up
     double one = 0;
-    for (const int devices : {1, 8, 32, 64}) {
+    for (const int devices : options.devices) {
         std::vector<ScaleResult> results;
         for (int i = 0; i < options.rounds; ++i) {
             results.push_back(RunScale(devices, options.scaleBytes));
         }
-        const double rate =
-            MedianOf(results, [](const ScaleResult& r) { return r.bytesPerSecond; });
-        one = devices == 1 ? rate : one;
-        std::printf(
-            "%2d devices: %6.2f GB/s (%.2f of one)   least/most served %.2f   %lu threads   "
-            "peak %lu MiB\n",
-            devices, rate / GB, rate / one,
-            MedianOf(results, [](const ScaleResult& r) { return r.fairness; }),
-            static_cast<unsigned long>(results.back().threads),
-            static_cast<unsigned long>(results.back().peakKib / 1024));
-        (void)std::fflush(stdout);
+        one = one == 0 ? MedianRate(results) : one;
+        PrintScale(devices, results, one);
     }
 }
 

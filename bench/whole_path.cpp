@@ -13,7 +13,8 @@
 namespace {
 
 constexpr const char* USAGE =
-    "usage: whole_path path|latency|scale [--rounds N] [--seconds S] [--check]\n";
+    "usage: whole_path path|latency|scale [--rounds N] [--seconds S] [--check]\n"
+    "                                     [--devices N]\n";
 
 // Returns only when it failed.
 int EnterNamespace(char** argv) {
@@ -40,11 +41,13 @@ bool ReadOptions(char** words, tiv::bench::PathOptions& options) {
             options.rounds = std::atoi(*++words);
         } else if (word == "--seconds" && words[1] != nullptr) {
             options.seconds = std::atof(*++words);
+        } else if (word == "--devices" && words[1] != nullptr) {
+            options.devices = {1, std::atoi(*++words)};
         } else {
             return false;
         }
     }
-    return options.rounds > 0 && options.seconds > 0;
+    return options.rounds > 0 && options.seconds > 0 && options.devices.back() > 0;
 }
 
 bool Measure(const std::string& what, const tiv::bench::PathOptions& options) {
