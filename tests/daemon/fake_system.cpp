@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -12,6 +13,8 @@
 namespace {
 
 constexpr int NO_COMMAND = -1;
+// The real user of the tests, whoever runs them: nobody else has a record.
+constexpr uid_t REAL_USER = 4711;
 constexpr int64_t NANO_PER_SECOND = 1000000000;
 
 std::string homeText;
@@ -52,8 +55,12 @@ std::chrono::steady_clock::time_point LastDeadline() {
 
 }  // namespace tiv::test
 
-// The program's own look-up comes before the system's.
-extern "C" struct passwd* getpwuid(uid_t) { return hasRecord ? &userRecord : nullptr; }
+// The program's own look-ups come before the system's.
+extern "C" uid_t getuid() noexcept { return REAL_USER; }
+
+extern "C" struct passwd* getpwuid(uid_t user) {
+    return hasRecord && user == REAL_USER ? &userRecord : nullptr;
+}
 
 // The linker sends every fcntl of the program here.
 extern "C" int __real_fcntl(int fd, int command, ...);

@@ -20,6 +20,7 @@ namespace {
 
 using tiv::test::FakeDriver;
 using tiv::test::FakeMm;
+using tiv::test::FaultTable;
 using tiv::test::RecordedLog;
 
 // A registered device whose accept loop the test runs on its own thread. Accepts that nobody
@@ -111,6 +112,10 @@ TEST_F(ServerThread, InterruptedAcceptKeepsTheServer) {
 
     EXPECT_EQ(RecordedLog::Instance().Count('W', "Hdc Session Accept Break By EINTR"), 2u);
     EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcServerCreate"), 1u);
+    const FaultTable& calls = FakeDriver::Instance().calls;
+    EXPECT_EQ(calls.Count("drvHdcServerDestroy"), 1u);
+    EXPECT_GT(calls.Calls("drvHdcServerDestroy")[0].order,
+              calls.Calls("drvHdcSessionAccept").back().order);
 }
 
 TEST_F(ServerThread, OtherFailureMakesTheServerAnew) {

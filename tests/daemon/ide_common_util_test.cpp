@@ -52,7 +52,11 @@ TEST(ComponentTable, SlotOf18ChangesNothingAndLogsNothing) {
 
     EXPECT_EQ(IdeComponentHdcProcess(18), nullptr);
     EXPECT_TRUE(RecordedLog::Instance().Lines().empty());
+    for (uint32_t slot = 0; slot < 18; ++slot) {
+        EXPECT_EQ(IdeComponentHdcProcess(slot), nullptr);
+    }
     EXPECT_EQ(IdeDaemonInit(NoSubInit), 0);
+    IdeDaemonDestroy();
     EXPECT_TRUE(calls.empty());
 }
 
@@ -90,7 +94,9 @@ TEST(ComponentTable, FailedHdcInitEndsThePass) {
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "init [default] failed\ninit [hdc] failed\n");
     EXPECT_EQ(calls, (std::vector<std::string>{"init z", "init a"}));
-    EXPECT_TRUE(RecordedLog::Instance().Has('E', "call [hdc] init function failed"));
+    EXPECT_EQ(RecordedLog::Instance().Texts('E'),
+              (std::vector<std::string>{"call [default] init function failed",
+                                        "call [hdc] init function failed"}));
     EXPECT_FALSE(RecordedLog::Instance().Has('I', "Daemon Init done"));
 }
 

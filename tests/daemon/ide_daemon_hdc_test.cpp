@@ -91,6 +91,17 @@ TEST(HdcInit, ScanThatKeepsFailingIsItsResult) {
     EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcClientCreate"), 0u);
 }
 
+TEST(HdcInit, LastAttemptOfTheScanIsItsResult) {
+    FakeDriver::Instance().SetDevices({});
+    FakeDriver::Instance().calls.Return("drvGetDevNum", 1, 599);
+    FakeMm::Instance().SkipSleeps();
+
+    EXPECT_EQ(IdeDaemonHdcInit(), 0);
+
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("drvGetDevNum"), 600u);
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcClientCreate"), 1u);
+}
+
 TEST(HdcInit, LateDeviceEndsTheScan) {
     FakeDriver::Instance().calls.Return("drvGetDevNum", 1, 2);
     FakeMm::Instance().SkipSleeps();

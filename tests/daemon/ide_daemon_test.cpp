@@ -83,6 +83,7 @@ TEST_F(Daemon, OrderlyEndGivesZeroAndSaysEachStepInOrder) {
                "I call ideComponents Funcs destroy[hdc] success", "I Components Destroy success.",
                "I SACleanup success.", "I tiv start up exit"}));
     EXPECT_EQ(printed, "");
+    EXPECT_EQ(FakeResourceManager::Instance().calls, 1);
     EXPECT_FALSE(LockFileExists());
 }
 

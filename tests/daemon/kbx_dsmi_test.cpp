@@ -41,6 +41,16 @@ TEST(GetDevList, NullCountIsRefusedBehindTheLength) {
     EXPECT_EQ(RecordedLog::Instance().Texts('E'), (std::vector<std::string>{"devNum is nullptr"}));
 }
 
+TEST(GetDevList, LengthIsCheckedBeforeTheCount) {
+    auto ids = List();
+
+    EXPECT_EQ(IdeGetDevList(nullptr, ids.data(), 1123), -1);
+    EXPECT_EQ(IdeGetPhyDevList(nullptr, ids.data(), 1123), -1);
+
+    EXPECT_EQ(RecordedLog::Instance().Texts('E'),
+              (std::vector<std::string>{"len is invalid", "len is invalid"}));
+}
+
 TEST(GetDevList, FailedCountIsLoggedWithItsCode) {
     FakeDriver::Instance().calls.Return("drvGetDevNum", 65534);
     uint32_t count = 0;
@@ -196,6 +206,17 @@ TEST(GetLogIdByPhyId, RefusalsAndFailures) {
               (std::vector<std::string>{
                   "logId is nullptr", "Get physical device number failed, err: 1",
                   "IdeGetDevList failed", "drvDeviceGetPhyIdByIndex devIds: 0 failed, err: 2"}));
+}
+
+TEST(GetLogIdByPhyId, FailedQuestionEndsTheWalkAtOnce) {
+    FakeDriver::Instance().SetDevices({4, 5});
+    FakeDriver::Instance().calls.Return("drvDeviceGetPhyIdByIndex", 2);
+    uint32_t logId = UNTOUCHED;
+
+    EXPECT_EQ(IdeGetLogIdByPhyId(5, &logId), -1);
+
+    EXPECT_EQ(logId, UNTOUCHED);
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("drvDeviceGetPhyIdByIndex"), 1u);
 }
 
 TEST(GetLogIdByPhyId, MoreThan1124DevicesIsAFailure) {
