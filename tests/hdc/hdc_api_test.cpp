@@ -212,6 +212,17 @@ TEST_F(HdcApi, RefusedReferenceLeavesTheConnectedSessionOpen) {
     EXPECT_FALSE(driver.IsClosed(connected));
 }
 
+TEST_F(HdcApi, RefusedReferenceLeavesTheSessionWithHostPidOpenToo) {
+    HDC_SESSION connected = nullptr;
+    driver.calls.Return("drvHdcSetSessionReference", 1);
+
+    EXPECT_EQ(HalHdcSessionConnect(0, 3, 77, NewClient(), &connected), -1);
+    EXPECT_EQ(log.Count('E', "session reference set failed"), 1U);
+    EXPECT_FALSE(log.Contains('I', "connect succ"));
+    EXPECT_NE(connected, nullptr);
+    EXPECT_FALSE(driver.IsClosed(connected));
+}
+
 TEST_F(HdcApi, ConnectChecksItsArgumentsInOrder) {
     EXPECT_EQ(HdcSessionConnect(-1, -1, nullptr, nullptr), -1);
     EXPECT_EQ(HdcSessionConnect(0, -1, nullptr, nullptr), -1);

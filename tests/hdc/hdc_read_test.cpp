@@ -72,6 +72,23 @@ TEST_F(HdcReading, BufferThatIsNullOrEmptyIsPassedOver) {
     EXPECT_EQ(received, "ab");
 }
 
+TEST_F(HdcReading, BufferOfANegativeLengthIsPassedOver) {
+    std::string odd = Fragment("xy", true);
+    const auto get = driver.drvHdcGetMsgBuffer;
+    driver.drvHdcGetMsgBuffer = [&](HDC_MSG msg, int32_t index, char** buf, int32_t* len) {
+        const int32_t ret = get(msg, index, buf, len);
+        if (index == 0) {
+            *buf = odd.data();
+            *len = -1;
+        }
+        return ret;
+    };
+    driver.PushBuffers(session, {Fragment("xy", true), Fragment("ab", true)});
+
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(received, "ab");
+}
+
 TEST_F(HdcReading, ReceiveWithoutABufferGoesOn) {
     driver.PushBuffers(session, {});
     driver.PushMessage(session, Fragment("ab", true));

@@ -108,6 +108,16 @@ TEST_F(RequestPacket, RequestIsReadWithAZeroByteBehindItsValue) {
     EXPECT_STREQ(request->value, "abc");
 }
 
+// 24 bytes fill a block of the allocator: behind them stands no zero by chance.
+TEST_F(RequestPacket, ZeroByteStandsBehindAValueThatFillsItsBlockToo) {
+    ASSERT_EQ(ReadRequest(Packet(12, "abcdefghijkl")), 0);
+    EXPECT_EQ(request->value[12], '\0');
+    KbxIdeFreePacket(request);
+
+    ASSERT_EQ(KbxIdeCreatePacket("abcdefghijkl", 12, &request, &length), 0);
+    EXPECT_EQ(request->value[12], '\0');
+}
+
 TEST_F(RequestPacket, RequestOfTwelveBytesIsValid) {
     ASSERT_EQ(ReadRequest(Packet(0, "")), 0);
 
