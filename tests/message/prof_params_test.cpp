@@ -38,6 +38,19 @@ const char* OtherValue(const KeyRow& row) {
     return row.kind == TEXT ? "\"other value\"" : row.kind == INT ? "4711" : "true";
 }
 
+void ExpectUnkeyedDefaults(const ProfileParams& params) {
+    EXPECT_EQ(params.extraText0 + params.extraText1 + params.extraText2 + params.extraText3, "");
+    EXPECT_EQ(params.extraSwitch0, "off");
+    EXPECT_EQ(params.extraSwitch1, "off");
+    EXPECT_EQ(params.extraSwitch2, "off");
+    EXPECT_EQ(params.extraSwitch3, "off");
+    EXPECT_EQ(params.extraFormat, "csv");
+    EXPECT_EQ(params.extraList, "communication,communication_matrix");
+    EXPECT_EQ(params.extraId0, -1);
+    EXPECT_EQ(params.extraId1, -1);
+    EXPECT_TRUE(params.extraIds.empty());
+}
+
 // What the record holds after reading one key alone.
 Texts TextsAfterReading(const std::string& key, const std::string& value) {
     ProfileParams params;
@@ -79,6 +92,7 @@ TEST_F(ProfileParamsText, EmptyObjectLeavesAFreshRecord) {
     EXPECT_TRUE(params.FromString("{}"));
 
     EXPECT_EQ(params.ToString(), ProfileParams().ToString());
+    ExpectUnkeyedDefaults(params);
     EXPECT_TRUE(log.Lines().empty());
 }
 
@@ -133,21 +147,11 @@ TEST_F(ProfileParamsText, ObjectFormKeepsTheRecord) {
 
     EXPECT_EQ(back.ToString(), params.ToString());
     EXPECT_TRUE(back.hostProfiling);
+    ExpectUnkeyedDefaults(back);
 }
 
 TEST_F(ProfileParamsText, UnkeyedMembersHaveTheirDefaults) {
-    const ProfileParams params;
-
-    EXPECT_EQ(params.extraText0 + params.extraText1 + params.extraText2 + params.extraText3, "");
-    EXPECT_EQ(params.extraSwitch0, "off");
-    EXPECT_EQ(params.extraSwitch1, "off");
-    EXPECT_EQ(params.extraSwitch2, "off");
-    EXPECT_EQ(params.extraSwitch3, "off");
-    EXPECT_EQ(params.extraFormat, "csv");
-    EXPECT_EQ(params.extraList, "communication,communication_matrix");
-    EXPECT_EQ(params.extraId0, -1);
-    EXPECT_EQ(params.extraId1, -1);
-    EXPECT_TRUE(params.extraIds.empty());
+    ExpectUnkeyedDefaults(ProfileParams());
 }
 
 TEST_F(ProfileParamsText, UnkeyedMembersAreNeitherWrittenNorRead) {
