@@ -74,6 +74,44 @@ TEST_F(EngineReplay, SystemWideJobOfAnotherDeviceKeepsTheSecondOut) {
     EXPECT_FALSE(log.Has('D', "Device 5 Collection Job 32 Unregister"));
 }
 
+TEST_F(EngineReplay, JobsBesideARefusedSystemWideOneGoOn) {
+    const auto data = FileUploader("job");
+    StartCollect(SAMPLE_SYSTEM);
+    ASSERT_EQ(StartReplay(), 0);
+    CollectEngine second;
+    ASSERT_EQ(second.Init(4), 0);
+    second.SetDevIdOnHost(6);
+    ASSERT_EQ(second.CollectStart(SAMPLE_SYSTEM_AND_PIDS, status), 0);
+
+    EXPECT_EQ(second.ReplayStart(nullptr, status, nullptr), 0);
+    EXPECT_TRUE(log.Has('W', "IsGlobalJobLevel, devId:3 jobTag:30"));
+    EXPECT_TRUE(log.Has('D', "Collection Job 30 No Run; Total: 3"));
+    EXPECT_TRUE(log.Has('I', "Total count of job registered: 32"));
+    EXPECT_EQ(second.ReplayStop(status), 0);
+    EXPECT_TRUE(log.Has('D', "Device 6 Collection Job 30 Unregister"));
+    EXPECT_FALSE(log.Has('D', "Device 6 Collection Job 32 Unregister"));
+
+    EXPECT_EQ(engine.ReplayStop(status), 0);
+    EXPECT_FALSE(log.Has('D', "Device 5 Collection Job 30 Unregister"));
+}
+
+TEST_F(EngineReplay, ChannelJobRunsOnceForEachDevice) {
+    CollectEngine other;
+    CollectEngine same;
+    for (CollectEngine* next : {&engine, &other, &same}) {
+        ASSERT_EQ(next == &engine ? 0 : next->Init(next == &other ? 4 : 3), 0);
+        ASSERT_EQ(next->CollectStart(SAMPLE_LLC, status), 0);
+    }
+
+    EXPECT_EQ(engine.ReplayStart(nullptr, status, Events({"read"})), 0);
+    EXPECT_EQ(other.ReplayStart(nullptr, status, Events({"read"})), 0);
+    EXPECT_EQ(same.ReplayStart(nullptr, status, Events({"read"})), -1);
+
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("prof_drv_start"), 2u);
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("prof_stop"), 0u);
+    EXPECT_EQ(log.CountOf('W'), 0u);
+}
+
 TEST_F(EngineReplay, ReplayNeedsAStartedCollection) {
     EXPECT_EQ(StartReplay(), -1);
     EXPECT_EQ(status.info, "collection engine has not been started");
@@ -285,6 +323,7 @@ TEST_F(EngineReplay, SecondReplayStartFindsItsJobsTaken) {
 
     EXPECT_EQ(StartReplay(), -1);
 
+    EXPECT_EQ(log.Count('D', "Collection Job 32 Register"), 2u);
     EXPECT_TRUE(log.Has('D', "Collection Job 32 No Run; Total: 5"));
 }
 

@@ -52,6 +52,7 @@ TEST_F(EngineStart, BrokenConfigurationRemovesTheWorkingDirectoryItself) {
 
     EXPECT_EQ(status.info, "invalid sample configuration");
     EXPECT_TRUE(log.Has('E', "Failed to parse sampleConfig: \"nonsense\"."));
+    EXPECT_TRUE(PathsOf("mmMkdir").empty());
     EXPECT_EQ(PathsOf("mmRmdir"), (std::vector<std::string>{WORKING_DIR, DEVICE_DIR}));
     EXPECT_TRUE(log.Has('I', "Removing collected data: \"/var/log/npu/profiling/\""));
     EXPECT_TRUE(log.Has('I', "Removing collected data: \"/var/log/npu/profiling/3\""));
@@ -115,6 +116,8 @@ TEST_F(EngineStart, RefusedJobDirectoryIsReported) {
     EXPECT_EQ(status.info, "Failed to create tmp root result directory.");
     EXPECT_TRUE(log.Has('E', "Creating dir failed: /var/log/npu/profiling/job"));
     EXPECT_EQ(PathsOf("mmRmdir"), (std::vector<std::string>{JOB_DIR, DEVICE_DIR}));
+    EXPECT_FALSE(PollerIsHeld());
+    EXPECT_TRUE(FakeDriver::Instance().calls.Calls("prof_drv_get_channels").empty());
 }
 
 TEST_F(EngineStart, RefusedPollerRemovesTheDirectories) {

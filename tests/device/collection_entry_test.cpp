@@ -123,13 +123,18 @@ TEST_F(Handshake, ReceiverThreadHasItsName) {
     EXPECT_TRUE(log.Has('I', "New thread QTRX_CtrlRecv begins to run"));
 }
 
-TEST_F(Handshake, SuccessIsSentBeforeTheReceiverIsFiled) {
+TEST_F(Handshake, SuccessIsSentBeforeTheReceiverIsFiledAndStarted) {
     bool filed = true;
-    session->OnSend([&] { filed = entry.GetReceiver("job", 2) != nullptr; });
+    size_t threads = 1;
+    session->OnSend([&] {
+        filed = entry.GetReceiver("job", 2) != nullptr;
+        threads = FakeMm::Instance().calls.Count("mmCreateTaskWithThreadAttr");
+    });
 
     EXPECT_EQ(OpenControl(session, "job"), 0);
 
     EXPECT_FALSE(filed);
+    EXPECT_EQ(threads, 0u);
     session->OnSend({});
 }
 
@@ -178,6 +183,7 @@ TEST_F(Handshake, DeadReceiverStaysUntilTheNextHandshakeReplacesIt) {
     OpenControl(session, "job");
     session->ClosePeer();
     ASSERT_TRUE(log.WaitFor('I', "Receiver end, devId:2, devIdOnHost:5"));
+    EXPECT_EQ(OpenControl(NewSession(), "wide", "system-wide"), 0);
     EXPECT_FALSE(session->Closed());
     EXPECT_TRUE(entry.GetReceiver("job", 2)->IsQuit());
 

@@ -23,6 +23,9 @@ constexpr const char* DEVICE_DIR = "/var/log/npu/profiling/3";
 constexpr const char* SAMPLE_NOTHING = R"({"job_id":"job"})";
 constexpr const char* SAMPLE_LLC = R"({"job_id":"job","zelnar_llc_profiling":"on"})";
 constexpr const char* SAMPLE_PIDS = R"({"job_id":"job","pid_profiling":"on"})";
+constexpr const char* SAMPLE_SYSTEM = R"({"job_id":"job","sys_profiling":"on"})";
+constexpr const char* SAMPLE_SYSTEM_AND_PIDS =
+    R"({"job_id":"job","sys_profiling":"on","pid_profiling":"on"})";
 
 class EngineTest : public DeviceTest {
  protected:

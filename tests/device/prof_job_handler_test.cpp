@@ -148,10 +148,11 @@ TEST_F(JobTask, FailedCollectStartLeavesTheTaskNotStarted) {
     EXPECT_EQ(StartJob("nonsense"), -1);
     EXPECT_EQ(status.info, "invalid sample configuration");
     EXPECT_TRUE(log.Has('E', "devId 0 CollectStart failed"));
+    EXPECT_FALSE(log.Contains('I', "FinishCollection"));  // as every stop of an engine says
 
     EXPECT_EQ(task.OnJobEnd(status), -1);
     EXPECT_EQ(status.info, "Profiling is not started on device");
-    EXPECT_FALSE(log.Has('I', "stop collect ..."));
+    EXPECT_FALSE(log.Contains('I', "FinishCollection"));
 }
 
 TEST_F(JobTask, ReplayBeforeTheJobIsRefused) {

@@ -113,23 +113,31 @@ TEST_F(Handlers, DeviceNumber64IsNotValidFor63Is) {
 
 TEST_F(Handlers, JobIdOf512CharactersPasses513DoNot) {
     const std::string longest(512, 'a');
+    const auto passes = FileReceiver(longest, 0);
+    const auto refused = FileReceiver(longest + "a", 0);
 
     Start(ContextText("0", longest));
     Start(ContextText("0", longest + "a"));
 
     EXPECT_TRUE(HasTask("0_" + longest));
     EXPECT_FALSE(HasTask("0_" + longest + "a"));
+    EXPECT_EQ(passes->Sent().size(), 1u);
+    EXPECT_TRUE(refused->Sent().empty());
     EXPECT_TRUE(
         log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.job_id:" + longest + "a is illegal"));
 }
 
 TEST_F(Handlers, JobIdWithUnderscoreOrDotGetsNoReply) {
+    const auto underscore = FileReceiver("a_b", 0);
+    const auto dot = FileReceiver("a.b", 0);
+
     Start(ContextText("0", "a_b"));
     Start(ContextText("0", "a.b"));
 
     EXPECT_TRUE(log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.job_id:a_b is illegal"));
     EXPECT_TRUE(log.Has('E', "[JobStartHandler::OnNewMessage]jobCtx.job_id:a.b is illegal"));
-    EXPECT_TRUE(session->Sent().empty());
+    EXPECT_TRUE(underscore->Sent().empty());
+    EXPECT_TRUE(dot->Sent().empty());
 }
 
 TEST_F(Handlers, EmptyJobIdIsIllegal) {

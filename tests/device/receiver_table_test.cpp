@@ -85,12 +85,15 @@ TEST_F(ReceiverRows, DeletingARelationGivesTheJobThatHeldIt) {
 }
 
 TEST_F(ReceiverRows, EmptyJobIdDeletesNothing) {
-    table.AddReceiver("", "job", 0, MakeReceiver(session));
+    table.AddReceiver("", "", 0, MakeReceiver(session));
+    log.Clear();
 
     table.DeleteReceiver("", 0);
 
     EXPECT_TRUE(log.Has('I', "Delete receiver jobId , devIndexId 0"));
-    EXPECT_NE(table.GetReceiver("job", 0), nullptr);
+    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_NE(table.GetReceiver("", 0), nullptr);
+    EXPECT_FALSE(session->Closed());
 }
 
 TEST_F(ReceiverRows, DeletedReceiverIsClosedAndItsEmptyRowGone) {

@@ -139,11 +139,13 @@ TEST_F(TaskTable, ResetOfAForeignTransportChangesNothing) {
 
 TEST_F(TaskTable, ResetOfANullTransportOnlyLogs) {
     const auto task = tasks.CreateTask(0, "0_job", transport);
+    RecordedLog::Instance().Clear();
 
     tasks.ConnectionReset(nullptr);
 
-    EXPECT_EQ(tasks.GetTask("0_job"), task);
     EXPECT_TRUE(Logged('E', "ConnectionReset failed, transport is null"));
+    EXPECT_EQ(RecordedLog::Instance().Lines().size(), 1u);
+    EXPECT_EQ(tasks.GetTask("0_job"), task);
 }
 
 TEST_F(TaskTable, UninitEndsEveryTaskWhateverItsTransport) {
