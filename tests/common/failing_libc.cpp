@@ -1,6 +1,7 @@
 // The C library functions in front of the real ones, which fail on demand.
 #include "common/failing_libc.h"
 
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -12,6 +13,8 @@ std::string failing;
 int toFail = 0;
 int toPass = 0;
 std::vector<std::string> linksRead;
+bool homeIsGiven = false;
+const char* givenHome = nullptr;
 
 bool Fails(const char* function) {
     if (failing != function || toFail == 0) {
@@ -38,6 +41,13 @@ FailingCall::FailingCall(const std::string& function, int count, int skip) {
 
 FailingCall::~FailingCall() { failing.clear(); }
 
+HomeInDatabase::HomeInDatabase(const char* home) {
+    homeIsGiven = true;
+    givenHome = home;
+}
+
+HomeInDatabase::~HomeInDatabase() { homeIsGiven = false; }
+
 std::vector<std::string> LinksRead() { return linksRead; }
 
 }  // namespace tiv::test
@@ -49,12 +59,14 @@ int __real_flock(int fd, int operation);
 int __real_lstat(const char* path, struct stat* buffer);
 ssize_t __real_readlink(const char* path, char* buffer, size_t size);
 char* __real_strdup(const char* text);
+struct passwd* __real_getpwuid(uid_t uid);
 
 int __wrap_fileno(FILE* file);
 int __wrap_flock(int fd, int operation);
 int __wrap_lstat(const char* path, struct stat* buffer);
 ssize_t __wrap_readlink(const char* path, char* buffer, size_t size);
 char* __wrap_strdup(const char* text);
+struct passwd* __wrap_getpwuid(uid_t uid);
 
 int __wrap_fileno(FILE* file) { return Fails("fileno") ? -1 : __real_fileno(file); }
 
@@ -72,4 +84,13 @@ ssize_t __wrap_readlink(const char* path, char* buffer, size_t size) {
 }
 
 char* __wrap_strdup(const char* text) { return Fails("strdup") ? nullptr : __real_strdup(text); }
+
+struct passwd* __wrap_getpwuid(uid_t uid) {
+    static struct passwd record = {};
+    if (!homeIsGiven) {
+        return __real_getpwuid(uid);
+    }
+    record.pw_dir = const_cast<char*>(givenHome);
+    return givenHome == nullptr ? nullptr : &record;
+}
 }

@@ -1,5 +1,5 @@
-// Failures of C library functions that the foundation calls directly. The linker sends the calls of
-// this test program through the double.
+// Failures and answers of C library functions that the foundation calls directly. The linker sends
+// the calls of this test program through the double.
 #pragma once
 
 #include <string>
@@ -15,6 +15,15 @@ class FailingCall {
     ~FailingCall();
     FailingCall(const FailingCall&) = delete;
     FailingCall& operator=(const FailingCall&) = delete;
+};
+
+// While it lives, the user database gives this home directory for every user; null: no such user.
+class HomeInDatabase {
+ public:
+    explicit HomeInDatabase(const char* home);
+    ~HomeInDatabase();
+    HomeInDatabase(const HomeInDatabase&) = delete;
+    HomeInDatabase& operator=(const HomeInDatabase&) = delete;
 };
 
 // Paths that readlink was asked for, in the order of the calls.

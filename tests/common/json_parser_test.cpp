@@ -6,6 +6,10 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/log.h"
+#include "support/failing_new.h"
+#include "support/recorded_log.h"
+
 namespace analysis::rokt::common::json {
 namespace {
 
@@ -280,6 +284,50 @@ TEST(JsonParser, TextThatEndsInsideAContainerFails) {
     EXPECT_FALSE(Accepts("[1"));
     EXPECT_FALSE(Accepts("[1,"));
     EXPECT_FALSE(Accepts(R"({"a":1)"));
+}
+
+// Blocks that are left of a text that is refused.
+long LeftOf(const std::string& text) {
+    const long before = tiv::test::LiveNewBlocks();
+    try {
+        EXPECT_FALSE(Accepts(text));
+    } catch (const std::exception&) {
+    }
+    return tiv::test::LiveNewBlocks() - before;
+}
+
+TEST(JsonParser, RefusedTextLeavesNoMemoryBehind) {
+    EXPECT_EQ(LeftOf(R"([["a"],{"b":["c",})"), 0);
+    EXPECT_EQ(LeftOf(R"(["a")"), 0);
+    EXPECT_EQ(LeftOf(R"({"a":{"b":1},x)"), 0);
+    EXPECT_EQ(LeftOf(R"([["a"],99999999999])"), 0);
+}
+
+// The same when an allocation fails behind `skip` others; -1 when none failed. The log's own memory
+// does not count.
+long LeftOfFailedAllocation(const std::string& text, size_t skip) {
+    tiv::test::RecordedLog::Instance().Clear();
+    const long before = tiv::test::LiveNewBlocks();
+    size_t failed = 0;
+    {
+        const tiv::test::FailingNew noMemory(skip);
+        try {
+            (void)Accepts(text);
+        } catch (const std::bad_alloc&) {
+        }
+        failed = noMemory.Failed();
+    }
+    tiv::test::RecordedLog::Instance().Clear();
+    return failed == 0 ? -1 : tiv::test::LiveNewBlocks() - before;
+}
+
+TEST(JsonParser, LackOfMemoryLeavesNothingBehind) {
+    const std::string text = R"({"a":[["b"],{"c":"a text beyond the room in the string itself"}]})";
+    TIV_LOGE("the log makes room for its lines");
+
+    for (size_t skip = 0; skip < 20; ++skip) {
+        EXPECT_EQ(LeftOfFailedAllocation(text, skip), 0) << skip;
+    }
 }
 
 TEST(JsonParser, KeyMustBeQuoted) {

@@ -313,7 +313,25 @@ TEST(JsonDepth, MebibyteOfShortMembersIsReadWhole) {
 }
 
 TEST(JsonMemory, ExceptionInsideATreeLeavesNothingBehind) {
+    const long before = tiv::test::LiveNewBlocks();
+
     EXPECT_THROW(Json(R"({"a":["x",{"b":["y",1e999]}]})"), std::out_of_range);
+
+    EXPECT_EQ(tiv::test::LiveNewBlocks(), before);
+}
+
+TEST(JsonMemory, DocumentsGiveTheirTreesBack) {
+    const long before = tiv::test::LiveNewBlocks();
+    {
+        Json document(R"({"a":[{"b":"x"}],"c":[1]})");
+        Json copy(document);
+        copy = Json(R"({"d":[2,"y"]})");
+        document.Merge(copy);
+        copy.Free();
+        copy = document;
+    }
+
+    EXPECT_EQ(tiv::test::LiveNewBlocks(), before);
 }
 
 TEST(JsonMemory, ArrayThatCannotBeAllocatedIsRefused) {

@@ -8,8 +8,10 @@
 #include <cstring>
 #include <string>
 
+#include "common/failing_libc.h"
 #include "common/impl_utils.h"
 #include "common/utils.h"
+#include "support/failing_malloc.h"
 #include "support/recorded_log.h"
 
 // Under the sanitizers a request that cannot be met gives null, as it does without them.
@@ -106,6 +108,16 @@ TEST(ProfMalloc, BlockIsZeroedAndFreeingClearsThePointer) {
     EXPECT_EQ(block, nullptr);
 }
 
+TEST(ProfMalloc, FreeingGivesTheBlockBack) {
+    const long before = tiv::test::LiveMallocBlocks();
+    void* block = Utils::ProfMalloc(16);
+    ASSERT_EQ(tiv::test::LiveMallocBlocks(), before + 1);
+
+    Utils::ProfFree(block);
+
+    EXPECT_EQ(tiv::test::LiveMallocBlocks(), before);
+}
+
 TEST(ProfMalloc, FailuresAreSilent) {
     EXPECT_EQ(Utils::ProfMalloc(0), nullptr);
     EXPECT_EQ(Utils::ProfMalloc(IMPOSSIBLE_SIZE), nullptr);
@@ -114,6 +126,22 @@ TEST(ProfMalloc, FailuresAreSilent) {
 
 TEST(HomeDirectory, IsThatOfTheRealUser) {
     EXPECT_EQ(tiv::HomeDirectory(), getpwuid(getuid())->pw_dir);
+}
+
+TEST(HomeDirectory, IsEmptyForAnUnknownUser) {
+    const tiv::test::HomeInDatabase unknown(nullptr);
+
+    EXPECT_EQ(tiv::HomeDirectory(), "");
+}
+
+TEST(HomeDirectory, IsShorterThanTheLongestPath) {
+    const std::string longest(4095, 'h');
+    const std::string tooLong(4096, 'h');
+
+    const tiv::test::HomeInDatabase home(longest.c_str());
+    EXPECT_EQ(tiv::HomeDirectory(), longest);
+    const tiv::test::HomeInDatabase other(tooLong.c_str());
+    EXPECT_EQ(tiv::HomeDirectory(), "");
 }
 
 TEST(ExpandHome, OnlyTildeAndSlashInFrontAreReplaced) {

@@ -1,4 +1,4 @@
-// Allocation failures on demand: operator new of the test program and the counters behind it.
+// Allocation failures on demand and a count of the blocks: operator new of the test program.
 #include "support/failing_new.h"
 
 #include <atomic>
@@ -11,6 +11,7 @@ thread_local bool armed = false;
 thread_local size_t toPass = 0;
 thread_local size_t toFail = 0;
 thread_local size_t failed = 0;
+thread_local long live = 0;
 
 std::atomic<size_t> largeSize{0};
 std::atomic<size_t> largeCount{0};
@@ -50,6 +51,7 @@ void* Allocate(size_t size, size_t alignment) {
         return nullptr;
     }
     const size_t bytes = size == 0 ? 1 : size;
+    ++live;
     if (alignment <= alignof(std::max_align_t)) {
         return std::malloc(bytes);
     }
@@ -62,6 +64,11 @@ void* AllocateOrThrow(size_t size, size_t alignment) {
         throw std::bad_alloc();
     }
     return memory;
+}
+
+void Release(void* memory) {
+    live -= memory == nullptr ? 0 : 1;
+    std::free(memory);
 }
 
 }  // namespace
@@ -84,6 +91,8 @@ void FailNextNewOfAtLeast(size_t bytes, size_t count) {
     largeSize = bytes;
 }
 
+long LiveNewBlocks() { return live; }
+
 }  // namespace tiv::test
 
 void* operator new(size_t size) { return AllocateOrThrow(size, 0); }
@@ -96,11 +105,11 @@ void* operator new(size_t size, std::align_val_t alignment) {
 void* operator new[](size_t size, std::align_val_t alignment) {
     return AllocateOrThrow(size, static_cast<size_t>(alignment));
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept { Release(memory); }
+void operator delete[](void* memory) noexcept { Release(memory); }
+void operator delete(void* memory, size_t) noexcept { Release(memory); }
+void operator delete[](void* memory, size_t) noexcept { Release(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { Release(memory); }
+void operator delete[](void* memory, std::align_val_t) noexcept { Release(memory); }
+void operator delete(void* memory, size_t, std::align_val_t) noexcept { Release(memory); }
+void operator delete[](void* memory, size_t, std::align_val_t) noexcept { Release(memory); }

@@ -1,4 +1,4 @@
-// Allocation failures on demand: operator new of the test program and the counters behind it.
+// Allocation failures on demand and a count of the blocks: operator new of the test program.
 #pragma once
 
 #include <cstddef>
@@ -21,5 +21,9 @@ class FailingNew {
 // The same for the thread on which the next allocation of at least `bytes` happens, whichever it
 // is; for code that allocates on a thread of its own. 0 switches it off.
 void FailNextNewOfAtLeast(size_t bytes, size_t count = 1);
+
+// Blocks that the calling thread has taken through operator new less those that it gave back;
+// differences count only.
+long LiveNewBlocks();
 
 }  // namespace tiv::test
