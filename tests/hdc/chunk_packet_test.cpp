@@ -164,6 +164,22 @@ TEST_F(ChunkPackets, TrimKeepsWhatIsUsualAndDropsWhatIsHuge) {
     EXPECT_EQ(packet.Packet(), nullptr);
 }
 
+TEST_F(ChunkPackets, TrimKeepsWhatJustFitsIntoTheLimit) {
+    constexpr size_t ROOM_AROUND = 16 + 3;
+    Build(*MakeChunk(std::string(ChunkPacket::KEEP_LIMIT - 1000, 'x')));
+    const size_t otherBytes = packet.PacketLength() - (ChunkPacket::KEEP_LIMIT - 1000);
+    const size_t fitting = ChunkPacket::KEEP_LIMIT - ROOM_AROUND - otherBytes;
+
+    ChunkPacket kept;
+    ASSERT_EQ(kept.Build(*MakeChunk(std::string(fitting, 'x'))), 0);
+    kept.Trim();
+    EXPECT_NE(kept.Packet(), nullptr);
+    ChunkPacket dropped;
+    ASSERT_EQ(dropped.Build(*MakeChunk(std::string(fitting + 1, 'x'))), 0);
+    dropped.Trim();
+    EXPECT_EQ(dropped.Packet(), nullptr);
+}
+
 TEST_F(ChunkPackets, WantOfMemoryFailsTheBuildAndNotTheNext) {
     const auto chunk = MakeChunk(Pattern(200000));
     FailingMalloc failing(200000);

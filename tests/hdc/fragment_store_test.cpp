@@ -16,6 +16,25 @@ class FragmentStoring : public HdcFixture {
         return store.Store(fragment.data(), fragment.size());
     }
 
+    // Whether the first of several fragments makes room for `room` bytes after a long buffer.
+    bool ReservesAfter(size_t longLength, size_t room) {
+        EXPECT_TRUE(Store(Fragment(Pattern(longLength - 1), false)));
+        EXPECT_TRUE(Store(Fragment("z", true)));
+        EXPECT_EQ(store.Merge(&buffer, &length), 0);
+        IdeXfree(buffer);
+        return MallocsOfFirstFragment(room) == 1 && MallocsOfFirstFragment(room + 1) == 0;
+    }
+    // Its allocations of at least so many bytes.
+    size_t MallocsOfFirstFragment(size_t bytes) {
+        const std::string first = Fragment("a", false);
+        WatchMallocs(bytes);
+        EXPECT_TRUE(store.Store(first.data(), first.size()));
+        const size_t mallocs = WatchedMallocs();
+        WatchMallocs(0);
+        store.Clear();
+        return mallocs;
+    }
+
     FragmentStore store;
     void* buffer = nullptr;
     uint32_t length = 99;
@@ -91,6 +110,16 @@ TEST_F(FragmentStoring, BytesThatFindNoRoomAreNamed) {
     EXPECT_EQ(failing.Failed(), 2U);
     EXPECT_THAT(log.Texts('E'), ElementsAre("ran out of memory while trying to allocate 4000 bytes",
                                             "Ide Xrmalloc Failed"));
+}
+
+TEST_F(FragmentStoring, LongBufferReservesItsLengthTheNextTimeUpToALimit) {
+    constexpr size_t UNIT = 65536;
+    constexpr size_t LIMIT = 16777216;
+
+    EXPECT_TRUE(ReservesAfter(2 * UNIT - 1, 2 * UNIT));
+    EXPECT_TRUE(ReservesAfter(2 * UNIT, 2 * UNIT));
+    EXPECT_TRUE(ReservesAfter(2 * UNIT + 1, 3 * UNIT));
+    EXPECT_TRUE(ReservesAfter(LIMIT + 1, LIMIT));
 }
 
 TEST_F(FragmentStoring, PassLengthCountsFromTheBeginOfAPass) {

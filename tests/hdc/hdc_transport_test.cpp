@@ -179,6 +179,24 @@ TEST_F(Transport, ChunkTakesNoMemoryForItsFragments) {
     EXPECT_EQ(mallocs, 0U);
 }
 
+// Whoever sends a packet of his own may have found its memory where the chunk's packet was.
+TEST_F(Transport, OnlyTheChunkBeingSentGoesOutInPlace) {
+    std::vector<char*> starts;
+    const auto add = driver.drvHdcAddMsgBuffer;
+    driver.drvHdcAddMsgBuffer = [&](HDC_MSG msg, char* buf, int32_t len) {
+        starts.push_back(buf);
+        return add(msg, buf, len);
+    };
+    ASSERT_EQ(transport->SendBuffer(MakeChunk("abc")), 0);
+    ASSERT_EQ(starts.size(), 1U);
+    const char* const chunkPacket = starts[0] + 9;
+
+    EXPECT_EQ(transport->SendKbxBuffer(chunkPacket, 12), 0);
+
+    ASSERT_EQ(starts.size(), 2U);
+    EXPECT_NE(starts[1], starts[0]);
+}
+
 TEST_F(Transport, ChunkWithoutExtraInfoIsRefused) {
     const auto chunk = MakeChunk("abc");
     chunk->extraInfo.clear();

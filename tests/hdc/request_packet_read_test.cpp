@@ -4,6 +4,7 @@
 #include "common/memory_utils.h"
 #include "hdc/hdc_api.h"
 #include "hdc/request_packet.h"
+#include "support/failing_malloc.h"
 #include "support/recorded_log.h"
 
 namespace {
@@ -51,9 +52,12 @@ TEST_F(OddRequest, OfTheLargestLengthIsTooLong) {
 }
 
 TEST_F(OddRequest, WithoutABufferCannotBeCopied) {
+    const long blocks = LiveMallocBlocks();
+
     EXPECT_EQ(Read(nullptr, 12), -1);
 
     EXPECT_EQ(request, nullptr);
+    EXPECT_EQ(LiveMallocBlocks(), blocks);
     EXPECT_THAT(RecordedLog::Instance().Texts('E'), ElementsAre("memory copy_s failed"));
 }
 
