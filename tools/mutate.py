@@ -101,7 +101,7 @@ class Bench:
         return [(folder, name) for name in found]
 
     def neighbours(self, folder):
-        """Programs of the other folders, those with fewer floors above them last."""
+        """Programs of the other folders, lower floors first."""
         with open(os.path.join(self.tree, "CMakeLists.txt"), encoding="utf-8") as listing:
             folders = re.findall(r"add_subdirectory\(src/(\w+)\)", listing.read())
         return [program for other in folders if other != folder for program in self.programs(other)]
@@ -291,6 +291,8 @@ def main():
                 break
             tell(mutant, "drawn")
         return 0
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: sys.exit("interrupted"))
     with tempfile.TemporaryDirectory(prefix="tiv_mutants_") as fresh:
         bench = Bench(os.path.realpath(arguments.work or fresh), arguments.jobs)
         os.makedirs(bench.work, exist_ok=True)
