@@ -10,6 +10,9 @@
 #include <sstream>
 
 #include "e2e/channel_job.h"
+#include "e2e/host_messages.h"
+#include "e2e/raw_session.h"
+#include "message/job_context.h"
 
 namespace tiv::e2e {
 
@@ -185,6 +188,31 @@ TEST_F(ChannelPath, PartFilledBufferArrivesAtTheStop) {
     EXPECT_EQ(job.sink.Runs(), std::vector<uint64_t>{HEADER + 600000});
     EXPECT_EQ(job.sink.Chunks(), 1u);
     ExpectAllArrived(job);
+}
+
+TEST_F(ChannelPath, ChunkNamesItsFileAndCarriesItsTagInTheContext) {
+    ConfigureDriver(CounterConfig(1, R"(,"limit_bytes":9000000)"));
+    StartDaemon();
+    RawSession control(SocketPath(0));
+    RawSession data(SocketPath(0));
+    const auto accepts = [](RawSession& session, const google::protobuf::Message& message) {
+        return session.Send(message) && session.ReceiveAnswer().status == ACCEPTED;
+    };
+    auto replay = ReplayStart("job");
+    replay.add_llc_events("read");
+    ASSERT_TRUE(accepts(control, ControlHandshake("job")));
+    ASSERT_TRUE(accepts(data, DataHandshake("job")));
+    ASSERT_TRUE(
+        accepts(control, JobStart("job", SampleConfig("job", {{"zelnar_llc_profiling", "on"}}))));
+    ASSERT_TRUE(accepts(control, replay));
+
+    const auto chunk = std::dynamic_pointer_cast<proto::FileChunkReq>(data.ReceiveMessage());
+    analysis::rokt::message::JobContext context;
+    ASSERT_TRUE(chunk != nullptr && context.FromString(chunk->hdr().job_ctx()));
+    EXPECT_EQ(chunk->filename(), "data/llc.data");
+    EXPECT_EQ(context.tag, "null");
+    EXPECT_EQ(context.job_id, "job");
+    EXPECT_EQ(context.dev_id, "0");
 }
 
 TEST_F(ChannelPath, PartBehindFullBuffersArrivesAtTheStopToo) {

@@ -223,6 +223,8 @@ TEST_F(Refusals, JobWithAllSwitchesOffFinishesItsDataSessionBeforeTheAnswer) {
     const auto finish = data.ReceiveMessage();
     ASSERT_NE(finish, nullptr);
     EXPECT_EQ(finish->GetTypeName(), "analysis.rokt.proto.DataChannelFinish");
+    EXPECT_FALSE(data.ReceiveValue().has_value());
+    EXPECT_TRUE(data.WaitForClose());
     EXPECT_TRUE(daemon_->WaitForError("CollectionJobRegisterAndRun failed, fail_cnt:6"));
     control.Send(JobStop("job"));
     EXPECT_EQ(control.ReceiveAnswer().info, "Profiling is not started on device");
@@ -238,6 +240,11 @@ TEST_F(Refusals, SampleConfigurationThatIsNoJson) {
 
     EXPECT_EQ(answer.status, REFUSED);
     EXPECT_EQ(answer.info, "invalid sample configuration");
+    control.Send(JobStart("job", SYSTEM));
+    EXPECT_EQ(control.ReceiveAnswer().info, "Create task failed.");
+    control.Send(JobStop("job"));
+    EXPECT_EQ(control.ReceiveAnswer().info, "Profiling is not started on device");
+    EXPECT_TRUE(Accepts(control, JobStart("job", SYSTEM)));
 }
 
 TEST_F(Refusals, InvalidCpuEvent) {
@@ -279,6 +286,25 @@ TEST_F(Refusals, SecondJobStartOnDevice1HasNoReply) {
     // Requests are handled in their order: the next answer is that of the stop.
     EXPECT_TRUE(Accepts(control, JobStop("job", "1")));
     EXPECT_TRUE(daemon_->WaitForError("Can't find jobId job, devIndexId: 0 receiver"));
+}
+
+// Out of their order, a start would find its job there and a stop would find none.
+TEST_F(Refusals, RequestsInFlightAreHandledInTheirOrder) {
+    constexpr int ROUNDS = 20;
+    Start();
+    RawSession control(SocketPath(0));
+    ASSERT_TRUE(Accepts(control, ControlHandshake("job")));
+
+    for (int round = 0; round < ROUNDS; ++round) {
+        ASSERT_TRUE(control.Send(JobStart("job", SYSTEM)));
+        ASSERT_TRUE(control.Send(ReplayStop("job")));
+        ASSERT_TRUE(control.Send(JobStop("job")));
+    }
+
+    for (int answer = 0; answer < 3 * ROUNDS; ++answer) {
+        EXPECT_EQ(control.ReceiveAnswer().status, ACCEPTED) << answer;
+    }
+    EXPECT_FALSE(control.HasUnread());
 }
 
 TEST_F(Refusals, ReplayStartBeforeJobStartHasNoReply) {

@@ -146,6 +146,28 @@ TEST_F(WholeJob, TwoDevicesAtOnceShareTheSystemSamplers) {
     EXPECT_EQ(second.sink.Files().count("data/Memory.data"), 0u);
 }
 
+TEST_F(WholeJob, SecondDeviceGoesWithoutTheSystemSamplersThatTheFirstHolds) {
+    ConfigureDriver(R"({"devices": 2})");
+    StartDaemon(2);
+    HostJob first(link_, 0, "job-on-0");
+    HostJob second(link_, 1, "job-on-1");
+    ASSERT_TRUE(first.Start(SampleConfig("job-on-0", {{"sys_profiling", "on"}})).Accepted());
+
+    ASSERT_TRUE(
+        second.Start(SampleConfig("job-on-1", {{"sys_profiling", "on"}, {"pid_profiling", "on"}}))
+            .Accepted());
+    EXPECT_TRUE(daemon_->WaitForError("IsGlobalJobLevel, devId:0 jobTag:30"));
+    ASSERT_TRUE(daemon_->WaitForReads(SEVERAL_PASSES_OVER_ALL_PROCESSES));
+    ASSERT_TRUE(second.Stop().Accepted());
+    ASSERT_TRUE(daemon_->WaitForReads(SEVERAL_SAMPLES));
+    ASSERT_TRUE(first.Stop().Accepted());
+
+    EXPECT_GE(Samples(first.sink.Files()["data/Memory.data"]), 2u);
+    EXPECT_EQ(second.sink.Files().count("data/Memory.data"), 0u);
+    const std::string own = "data/" + std::to_string(getpid()) + "-CpuUsage.data";
+    EXPECT_EQ(second.sink.Files().count(own), 1u);
+}
+
 TEST_F(WholeJob, CtrlCEndsTheJobAndKeepsTheData) {
     StartDaemon();
     const std::string output = directory_.MakeDir("results");
