@@ -253,20 +253,27 @@ TEST_P(DrvGetAivNumWithoutCores, GivesZeroWithoutAskingTheDriver) {
 
 INSTANTIATE_TEST_SUITE_P(PlatformTypes, DrvGetAivNumWithoutCores, testing::Values(0, 1, 4));
 
-class DrvAivNum : public testing::Test {
- protected:
-    DrvAivNum() { UsePlatformType(5); }
-};
+class DrvGetAivNumWithCores : public testing::TestWithParam<int64_t> {};
 
-TEST_F(DrvAivNum, OtherPlatformsAskTheDriver) {
+TEST_P(DrvGetAivNumWithCores, AsksTheDriverForTheDevice) {
+    UsePlatformType(GetParam());
     Driver().SetDeviceInfo(7, 3, 12);
     int64_t value = PRESET;
 
     EXPECT_EQ(DrvGetAivNum(1, &value), 0);
 
     EXPECT_EQ(value, 12);
+    EXPECT_EQ(LastInfoCall().Value("device"), 1);
     EXPECT_TRUE(Log().Has('I', "Succeeded to DrvGetAivNum, deviceId=1, aivNum=12"));
 }
+
+INSTANTIATE_TEST_SUITE_P(PlatformTypes, DrvGetAivNumWithCores,
+                         testing::Values(2, 3, 5, 6, 7, 9, 10));
+
+class DrvAivNum : public testing::Test {
+ protected:
+    DrvAivNum() { UsePlatformType(5); }
+};
 
 TEST_F(DrvAivNum, NotSupportedKeepsThePreset) {
     int64_t value = PRESET;
@@ -299,6 +306,7 @@ TEST(DrvGetDeviceTime, GivesTheCounterAndClearsTheOther) {
 
     EXPECT_EQ(one, 0);
     EXPECT_EQ(counter, 123456789012);
+    EXPECT_EQ(LastInfoCall().Value("device"), 2);
     EXPECT_TRUE(
         Log().Has('I', "Succeeded to DrvGetDeviceTime cntvct, devId=2, cntvct=123456789012"));
 }

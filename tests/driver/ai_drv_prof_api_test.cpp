@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "support/failing_new.h"
 #include "support/fake_driver.h"
@@ -42,6 +43,11 @@ std::unique_ptr<ProfDrvChannelList> ListOfOne() {
     list->channels[0].channelType = 1;
     strcpy(list->channels[0].channelName, "llc");
     return list;
+}
+
+TEST(AiDrvProfApi, IsATypeWithoutState) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<AiDrvProfApi>);
+    EXPECT_EQ(sizeof(AiDrvProfApi), sizeof(void*));
 }
 
 // --- channel list ---
