@@ -40,6 +40,14 @@ TEST_F(ChannelReaderTest, BufferSizeComesFromTheReportConfiguration) {
     EXPECT_TRUE(Log().Has('I', "Channel reader data/llc.data, buffer size : 2097152"));
 }
 
+TEST_F(ChannelReaderTest, BufferSizeBeyondItsRangeLeavesTheWholeBuffer) {
+    ConfigureChannel8(R"("channel_buffer_size":4194305)");
+
+    MakeReader()->Execute();
+
+    EXPECT_EQ(RoomsOffered(), (Rooms{4194304}));
+}
+
 TEST_F(ChannelReaderTest, BindIdIsChannelPlusDevice) {
     EXPECT_EQ(MakeReader(44, 5)->GetBindId(), 49);
 }
@@ -54,7 +62,7 @@ TEST_F(ChannelReaderTest, BeforeInitReadsNothing) {
     EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 0U);
 }
 
-TEST_F(ChannelReaderTest, AfterStopReadsNothingAndLowersTheCount) {
+TEST_F(ChannelReaderTest, AfterStopReadsNothingAndLowersTheCountByOne) {
     auto reader = MakeReader();
     reader->SetSchedulingStatus(true);
     reader->SetSchedulingStatus(true);
@@ -66,6 +74,8 @@ TEST_F(ChannelReaderTest, AfterStopReadsNothingAndLowersTheCount) {
 
     EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 0U);
     EXPECT_FALSE(reader->IsBeyondScheduleLimit());
+    reader->SetSchedulingStatus(true);
+    EXPECT_TRUE(reader->IsBeyondScheduleLimit());
 }
 
 TEST_F(ChannelReaderTest, AfterUninitAQueuedTaskReadsNothing) {

@@ -191,13 +191,17 @@ TEST_F(UploaderTest, Push514BlocksWhileTheThreadHoldsOneChunk) {
 }
 
 TEST_F(UploaderTest, StopWithoutForceSendsWhatIsQueued) {
-    const auto uploader = MakeUploader(8);
+    const auto uploader = MakeHeldUploader(8);
     Fill(*uploader, 5);
-    EXPECT_EQ(uploader->Start(), 0);
+    // The thread comes out of its send when it is told to quit already.
+    mm.mmJoinTask = [this, join = mm.mmJoinTask](mmThread* thread) {
+        link->Open();
+        return join(thread);
+    };
 
     EXPECT_EQ(uploader->Stop(false), 0);
 
-    EXPECT_EQ(link->Sent().size(), 5U);
+    EXPECT_EQ(link->Sent().size(), 6U);
     EXPECT_TRUE(log.Has('I', "Stopping uploader, force_quit:0."));
     EXPECT_TRUE(log.Has('I', "queue size remaining: 0, force_quit:0"));
 }
