@@ -135,8 +135,8 @@ TEST(BoundQueue, CapacityZeroBlocksUntilQuit) {
     BoundQueue<int> queue(0);
     bool stored = true;
     std::thread producer([&] { stored = queue.Push(1); });
-    ASSERT_TRUE(RecordedLog::Instance().WaitFor(
-        'W', "IsFULL, QueueName: BoundQueue, QueueCapacity:0, QueueSize:0"));
+    // The second look is the one that decides to wait.
+    EXPECT_TRUE(WaitForCount("IsFULL, QueueName: BoundQueue, QueueCapacity:0, QueueSize:0", 2));
 
     queue.Quit();
     producer.join();

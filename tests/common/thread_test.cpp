@@ -192,10 +192,26 @@ TEST_F(ThreadTest, RefusedThreadIsNotStarted) {
 
     EXPECT_EQ(thread.Start(), -1);
 
+    EXPECT_FALSE(thread.IsStarted());
     EXPECT_EQ(thread.Stop(), 0);
     EXPECT_EQ(Joined(), 0U);
     EXPECT_EQ(RecordedLog::Instance().CountOf('E'), 0U);
     EXPECT_EQ(thread.Start(), 0);
+}
+
+TEST_F(ThreadTest, HandleOfARefusedThreadIsCleared) {
+    mmThread* handle = nullptr;
+    FakeMm::Instance().mmCreateTaskWithThreadAttr = [&handle](mmThread* made, const mmUserBlock*,
+                                                              const mmThreadAttr*) {
+        *made = 77;
+        handle = made;
+        return -1;
+    };
+
+    EXPECT_EQ(thread.Start(), -1);
+
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(*handle, 0U);
 }
 
 TEST_F(ThreadTest, FailedJoinIsToldOnceAndNotRepeated) {
