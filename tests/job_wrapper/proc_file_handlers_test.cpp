@@ -166,6 +166,13 @@ TEST_F(ProcPidMemFile, NameFileOf2MebibytesIsRead) {
     EXPECT_EQ(PidMem(tree.Root(), 7), "10 5 3\nProcessName:loom\n");
 }
 
+TEST_F(ProcPidMemFile, NameFileOfNoSizeIsRead) {
+    tree.AddProcess("7", "loom");
+    mm.calls.Add({"mmGetFileSize", {}, 0, 1, std::nullopt, std::nullopt, 0, 0, false});
+
+    EXPECT_EQ(PidMem(tree.Root(), 7), "10 5 3\nProcessName:loom\n");
+}
+
 TEST_F(ProcPidMemFile, NameIsTheFirstLineOnly) {
     tree.AddProcess("7", "loom");
     tree.Write("7/comm", "first\nsecond\n");

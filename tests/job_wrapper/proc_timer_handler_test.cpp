@@ -242,6 +242,15 @@ TEST_F(ProcTimerHandlerExecute, FileOf512MebibytesIsRead) {
     EXPECT_EQ(handler->readings, 1);
 }
 
+TEST_F(ProcTimerHandlerExecute, FileOfNoSizeIsReadAsThoseOfProcAre) {
+    const auto handler = Make(4096, tree.Path("load"));
+    mm.calls.Add({"mmGetFileSize", {}, 0, 1, std::nullopt, std::nullopt, 0, 0, false});
+
+    (void)handler->Execute();
+
+    EXPECT_EQ(handler->readings, 1);
+}
+
 TEST_F(ProcTimerHandlerExecute, FileAbove512MebibytesIsSkipped) {
     const auto handler = Make(4096, tree.Path("load"));
     mm.calls.Add({"mmGetFileSize", {}, 0, 1, std::nullopt, std::nullopt, 0, 536870913, false});

@@ -248,6 +248,16 @@ TEST_F(PeripheralJob, FailedStopIsNotPassedOn) {
     EXPECT_TRUE(log.Has('I', "RemoveReader, fid dev, devId:1"));
 }
 
+TEST_F(PeripheralJob, ChannelListOutlivesTheJob) {
+    EXPECT_EQ(job.Init(cfg), 0);
+    EXPECT_EQ(job.Process(), 0);
+
+    EXPECT_EQ(job.Uninit(), 0);
+    ProfChannelManager::Instance().UnInit(true);
+
+    EXPECT_TRUE(analysis::rokt::driver::DrvChannelsMgr::Instance().ChannelIsValid(1, 8));
+}
+
 TEST_F(PeripheralJob, DataIsNamedAfterTheTagInTheFirstReplay) {
     const auto chunks = ChunksOf("llc bytes");
 

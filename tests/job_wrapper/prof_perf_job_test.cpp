@@ -306,11 +306,12 @@ TEST_F(CtrlCpuProcess, TaskRunsUnderItsName) {
 TEST_F(CtrlCpuProcess, TaskWithoutABufferLeavesTheRecorderRunning) {
     EXPECT_EQ(job.Init(cfg), 0);
     params->hostProfiling = true;
+    mmCalls.ClearCalls();
 
     EXPECT_EQ(job.Process(), 0);
 
     EXPECT_EQ(job.Pid(), 4001);
-    EXPECT_EQ(mmCalls.Count("mmSleep"), 0U);
+    EXPECT_EQ(mmCalls.Count("mmCreateTaskWithThreadAttr"), 0U);
     EXPECT_EQ(job.Uninit(), 0);
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+
 #include "job_wrapper/timer_double.h"
 #include "support/fake_mm.h"
 #include "support/recorded_log.h"
@@ -28,6 +30,21 @@ class JoinWatcher : public TimerHandler {
     }
 
     size_t joinsBefore = 99;
+};
+
+// Takes five of the timer's ticks for each of its own.
+class SlowHandler : public TimerHandler {
+ public:
+    using TimerHandler::TimerHandler;
+    int Execute() override {
+        FakeMm::Instance().AdvanceClock(5000000);
+        ++executed;
+        return 0;
+    }
+    int Init() override { return 0; }
+    int Uninit() override { return 0; }
+
+    size_t executed = 0;
 };
 
 class ProfTimerTick : public ::testing::Test {
@@ -85,13 +102,36 @@ TEST_F(ProfTimerTick, TickIsCutToWholeMilliseconds) {
     EXPECT_EQ(mm.Sleeps().front(), 1U);
 }
 
+TEST_F(ProfTimerTick, SlowHandlerIsNotCaughtUpWith) {
+    mm.UseFakeClock();
+    const auto slow = std::make_shared<SlowHandler>(1);
+    timer->RegisterTimerHandler(1, slow);
+
+    ASSERT_EQ(timer->Start(), 0);
+    ASSERT_TRUE(mm.calls.WaitForCalls("mmSleep", 4));
+    ASSERT_EQ(timer->Stop(), 0);
+
+    EXPECT_EQ(mm.Sleeps(), std::vector<uint32_t>(slow->executed, 1U));
+}
+
+// The thread comes to its body when it is joined, and not before.
 TEST_F(ProfTimerTick, BodyRunsOnceWhenStoppedAtOnce) {
+    std::promise<void> joined;
+    const auto join = mm.mmJoinTask;
+    mm.mmSetCurrentThreadName = [&joined](const char*) {
+        joined.get_future().wait();
+        return 0;
+    };
+    mm.mmJoinTask = [&joined, join](mmThread* thread) {
+        joined.set_value();
+        return join(thread);
+    };
     timer->RegisterTimerHandler(1, Handler(1));
 
     ASSERT_EQ(timer->Start(), 0);
     ASSERT_EQ(timer->Stop(), 0);
 
-    EXPECT_GE(calls.Count("execute 1"), 1U);
+    EXPECT_EQ(calls.Count("execute 1"), 1U);
     EXPECT_EQ(calls.Count("uninit 1"), 1U);
 }
 
@@ -103,6 +143,7 @@ TEST_F(ProfTimerTick, HandlersResultChangesNothing) {
 
     EXPECT_TRUE(calls.WaitFor("execute 1", 3));
     EXPECT_TRUE(calls.WaitFor("execute 2", 2));
+    EXPECT_EQ(log.CountOf('E') + log.CountOf('W'), 0U);
 }
 
 TEST_F(ProfTimerTick, HandlerThatThrowsStopsNeitherTheOthersNorTheThread) {
