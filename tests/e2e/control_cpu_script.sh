@@ -5,6 +5,7 @@
 #   exits    a recorder ends at once with this status
 #   deaf     a recorder goes on after a kill for as long as the file is there
 #   loud     every call writes a megabyte to each of its outputs
+#   exact    every text has so many bytes
 #
 # A recorder writes two files at once and a third one at its end, and ends with the status 7.
 set -u
@@ -68,6 +69,10 @@ count_events() {
 }
 
 print_text() {
+    if [ -f "$here/exact" ]; then
+        head -c "$(cat "$here/exact")" /dev/zero | tr '\0' x
+        return
+    fi
     printf 'double 7 [000] 1.5: 1 r11: \n\tffff %s (double)\n\n' "$(cat "$1")"
 }
 

@@ -21,6 +21,7 @@ constexpr const char* NOTES = "/var/double.d/";
 constexpr const char* PATH_ENTRY = "/usr/bin:/usr/sbin:/var ";
 constexpr const char* STAT_PATH_ENTRY = "/usr/bin/:/usr/sbin:/var ";
 constexpr uint64_t NOISE = 1048576;
+constexpr uint64_t SLICE = 262144;
 
 class ControlCpu : public HelperScriptTest {
  protected:
@@ -169,6 +170,19 @@ TEST_F(ControlCpu, ChildrenThatWriteMoreThanAPipeHoldsHoldNothingUp) {
     EXPECT_GE(daemon_->Errors().size(), 5 * NOISE);
 }
 
+TEST_F(ControlCpu, TextThatFillsItsBufferIsFollowedByAnEmptyChunk) {
+    Tell("exact", std::to_string(SLICE));
+    StartDaemon();
+    HostJob job(link_, 0, "exact");
+
+    ASSERT_TRUE(StartRecording(job, "exact").Accepted());
+    ASSERT_TRUE(WaitForRecords());
+    ASSERT_TRUE(job.Stop().Accepted());
+
+    EXPECT_EQ(job.sink.Files()[PROFILE], std::string(3 * SLICE, 'x'));
+    EXPECT_EQ(job.data->Chunks(), 6u);
+}
+
 TEST_F(ControlCpu, HostThatGoesAwayEndsTheRecorder) {
     StartDaemon();
     {
@@ -273,6 +287,20 @@ TEST_F(ControlCpuCache, StatisticOfTheScriptArrivesInPlaceOfTheChannel) {
               (Texts{Call(STAT_PATH_ENTRY, "--stat " + std::string(STATISTIC) + " read 20"),
                      Call(PATH_ENTRY, "--kill")}));
     EXPECT_EQ(Row("data/llc.data").size(), 5u) << tivctl_->Output();
+}
+
+TEST_F(ControlCpuCache, ChipThatCannotBeReadCountsAsOneWithoutTheChannel) {
+    ConfigureDriver(R"({"chip_id": 5})");
+    const std::string plan = "halGetDeviceInfo module=0 info=1 count=-1 result=1\n";
+    daemon_ = std::make_unique<ChildProcess>(
+        directory_.Path(), "daemon", Texts{TIV_WITH_FAULTS_PROGRAM},
+        Environment{{"TIV_FAULT_PLAN", directory_.Write("plan", plan)}});
+    ASSERT_TRUE(WaitForServer(0)) << daemon_->Errors();
+
+    const std::string result = CollectUntil(Counted, {"--llc", "read"});
+
+    EXPECT_EQ(FileContent(result + "/device_0/data/llc.data"), COUNTS);
+    EXPECT_TRUE(daemon_->WaitForError("get device type version failed , ret:1"));
 }
 
 TEST_F(ControlCpuCache, StatisticThatEndsAtOnceLeavesAnEmptyFile) {
