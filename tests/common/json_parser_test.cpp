@@ -155,6 +155,7 @@ TEST(JsonParser, BoolIsTrueOrFalse) {
 TEST(JsonParser, MisspeltBoolFails) {
     EXPECT_FALSE(Accepts(R"({"a":tru})"));
     EXPECT_FALSE(Accepts("[fals]"));
+    EXPECT_FALSE(Accepts("flase"));
 }
 
 TEST(JsonParser, BoolWithATailFailsAtTheTail) {

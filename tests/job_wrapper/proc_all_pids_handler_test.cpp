@@ -267,6 +267,7 @@ TEST_F(ProcAllPids, ProcessWithoutABufferIsNotTriedAgainUntilItIsNew) {
     EXPECT_TRUE(log.Has('E', "Buf init failed"));
 
     NextPass(*handler);
+    NextPass(*handler);
     EXPECT_TRUE(handler->Followed().empty());
     tree.Remove("5");
     NextPass(*handler);
