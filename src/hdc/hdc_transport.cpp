@@ -149,6 +149,11 @@ int HDCTransport::RecvPacket(IdeTlvReq** packet) {
     return static_cast<int>(length);
 }
 
+int32_t HDCTransport::Attribute(int32_t attr) const {
+    int32_t value = -1;
+    return halHdcGetSessionAttr(session.load(), attr, &value) == 0 ? value : -1;
+}
+
 int HDCTransport::DestroyPacket(IdeTlvReq* packet) {
     KbxIdeFreePacket(packet);
     return 0;

@@ -40,6 +40,10 @@ class HDCTransport : public KbxTransport {
     int RecvPacket(IdeTlvReq** packet) override;
     int DestroyPacket(IdeTlvReq* packet) override;
 
+    // An attribute of the session, one of HDC_ATTR_...; -1 when it is closed or the driver does not
+    // tell it.
+    [[nodiscard]] int32_t Attribute(int32_t attr) const;
+
  private:
     int SendChunk(const ProfileFileChunk& chunk) EXCLUDES(packetMutex);
     int SendCounted(const void* packet, uint32_t packetLength, int valueLength, uint64_t startNs);

@@ -24,7 +24,9 @@ enum {
 };
 
 enum { HDC_FLAG_WAIT = 0, HDC_FLAG_NO_WAIT = 1 };
-enum { HDC_ATTR_DEVICE_ID = 0, HDC_ATTR_VF_ID = 3 };
+// Beside those of the card's library: the process at the other end of the software driver's link, 0
+// when it lies outside this PID namespace. Other libraries refuse it as they refuse any they lack.
+enum { HDC_ATTR_DEVICE_ID = 0, HDC_ATTR_VF_ID = 3, HDC_ATTR_PEER_PID = 0x7469 };
 enum { PROF_STOPPED_ALREADY = -4, DRV_NOT_SUPPORTED = 65534 };
 
 // Both fields are preset by the caller (2 and 0); the driver fills maxSegment, in bytes.

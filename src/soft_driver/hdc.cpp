@@ -27,9 +27,9 @@ std::shared_ptr<HdcSession> Connect(const std::shared_ptr<HdcClient>& client, ui
     PeerIdentity peer;
     const bool known = ReadPeerIdentity(fd.Get(), &peer);
     const int32_t function = known ? VirtualFunctionOf(peer.pid) : 1;
-    return std::make_shared<HdcSession>(std::move(fd), SessionAttributes{deviceId, function},
-                                        settings.segmentBytes, settings.stallLimitMs,
-                                        std::move(slot));
+    return std::make_shared<HdcSession>(
+        std::move(fd), SessionAttributes{deviceId, function, peer.pid}, settings.segmentBytes,
+        settings.stallLimitMs, std::move(slot));
 }
 
 int32_t ConnectSession(int32_t peerNode, int32_t peerDevId, HDC_CLIENT client,
@@ -173,6 +173,8 @@ int32_t halHdcGetSessionAttr(HDC_SESSION session, int32_t attr, int32_t* value) 
             *value = static_cast<int32_t>(found->Attributes().deviceId);
         } else if (attr == HDC_ATTR_VF_ID) {
             *value = found->Attributes().virtualFunctionId;
+        } else if (attr == HDC_ATTR_PEER_PID) {
+            *value = found->Attributes().peerPid;
         } else {
             return Fail(ENOTSUP);
         }

@@ -44,9 +44,9 @@ std::shared_ptr<HdcSession> HdcServer::Accept() {
     SetSocketBuffers(fd.Get(), settings_);
     const int32_t function = settings_.virtualFunctionId.has_value() ? *settings_.virtualFunctionId
                                                                      : VirtualFunctionOf(peer);
-    return std::make_shared<HdcSession>(std::move(fd), SessionAttributes{logicalId_, function},
-                                        settings_.segmentBytes, settings_.stallLimitMs,
-                                        ClientSlot());
+    return std::make_shared<HdcSession>(
+        std::move(fd), SessionAttributes{logicalId_, function, peer}, settings_.segmentBytes,
+        settings_.stallLimitMs, ClientSlot());
 }
 
 }  // namespace tiv::soft_driver

@@ -18,6 +18,7 @@ class HdcMessage;
 struct SessionAttributes {
     uint32_t deviceId = 0;          // logical id of the listening server
     int32_t virtualFunctionId = 0;  // other than 0: the far end sits in a container
+    int32_t peerPid = 0;            // the far end's process; 0 when it lies outside this namespace
 };
 
 // A session is open until one of three things ends it: Close, a blocking send that failed, or the

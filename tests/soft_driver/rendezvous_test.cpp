@@ -251,6 +251,17 @@ TEST_F(Rendezvous, AttributesAreTheServersDeviceAndThisNamespace) {
     EXPECT_EQ(-1, halHdcGetSessionAttr(card_, HDC_ATTR_VF_ID, nullptr));
 }
 
+TEST_F(Rendezvous, PeerIsTheProcessAtTheOtherEnd) {
+    Open();
+    int32_t pid = -1;
+
+    EXPECT_EQ(0, halHdcGetSessionAttr(host_, HDC_ATTR_PEER_PID, &pid));
+    EXPECT_EQ(getpid(), pid);
+    pid = -1;
+    EXPECT_EQ(0, halHdcGetSessionAttr(card_, HDC_ATTR_PEER_PID, &pid));
+    EXPECT_EQ(getpid(), pid);
+}
+
 TEST_F(Rendezvous, VirtualFunctionIdOfTheFileGoesBefore) {
     Configure(R"({"virtual_function_id": 6})");
     Open();
