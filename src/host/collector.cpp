@@ -111,6 +111,7 @@ bool Collector::StartAll() {
     }
     starting_ = false;
     startedAt_ = std::chrono::steady_clock::now();
+    record_.clocks = ReadHostClocks();
     record_.replays.push_back({std::chrono::system_clock::now(), {}});
     return true;
 }

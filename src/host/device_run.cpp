@@ -3,7 +3,12 @@
 
 #include <fmt/format.h>
 
+#include "hdc/hdc_transport.h"
+#include "host/host_clock.h"
+
 namespace tiv::host {
+
+using analysis::rokt::transport::HDCTransport;
 
 namespace {
 
@@ -37,6 +42,8 @@ bool DeviceRun::Connect() {
     if (transport == nullptr) {
         return false;
     }
+    const auto* session = dynamic_cast<const HDCTransport*>(transport.get());
+    isHere_ = session != nullptr && IsDaemonHere(session->Attribute(HDC_ATTR_PEER_PID));
     control_ =
         std::make_unique<ControlSession>(job_.deviceId, job_.jobId, std::move(transport), giveUp_);
     if (!Check(control_->Handshake())) {

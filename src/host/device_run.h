@@ -37,6 +37,8 @@ class DeviceRun {
     // Ends a replay, or begins another one on the same job.
     [[nodiscard]] bool StopReplay();
     [[nodiscard]] bool StartReplay();
+    // True when the daemon behind the sessions is a process of this machine.
+    [[nodiscard]] bool IsHere() const { return isHere_; }
     // True while both sessions are open.
     [[nodiscard]] bool Alive();
     // Ends the replay that runs and the job, without waiting for the rest of the data.
@@ -78,6 +80,7 @@ class DeviceRun {
     std::unique_ptr<DataSession> data_;
     std::unique_ptr<ControlSession> control_;
     std::string failure_;
+    bool isHere_ = false;
     bool stopAccepted_ = false;
     bool replaying_ = false;
     int replayId_ = -1;  // of the last replay that was started; they count from 0

@@ -4,6 +4,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -71,6 +72,16 @@ ordered_json CommandOf(const CollectionRecord& record) {
     return command;
 }
 
+// Whether the devices' raw monotonic clock is this machine's.
+bool AllHere(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
+    return !runs.empty() &&
+           std::all_of(runs.begin(), runs.end(), [](const auto& run) { return run->IsHere(); });
+}
+
+ordered_json ClockOf(const HostInstant& clocks) {
+    return {{"wallNs", clocks.wallNs}, {"rawNs", clocks.rawNs}};
+}
+
 bool AllComplete(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
     for (const auto& run : runs) {
         if (!run->Complete()) {
@@ -100,6 +111,12 @@ ordered_json ManifestOf(const CollectionRecord& record,
         {"units", {{"pageBytes", record.pageBytes}, {"ticksPerSecond", record.ticksPerSecond}}},
         {"devices", devices},
     };
+    if (record.clocks.rawNs != 0) {
+        manifest["hostClock"] = ClockOf(record.clocks);
+    }
+    if (record.clocks.rawNs != 0 && AllHere(runs)) {
+        manifest["clock"] = ClockOf(record.clocks);
+    }
     if (record.asked.has_value()) {
         manifest["askedMs"] = record.asked->count();
     }

@@ -8,6 +8,7 @@
 
 #include "host/child_command.h"
 #include "host/device_run.h"
+#include "host/host_clock.h"
 
 namespace tiv::host {
 
@@ -26,6 +27,7 @@ struct CollectionRecord {
     std::vector<ReplayRecord> replays;
     std::vector<std::string> command;    // the words of the command; none: no command
     const ChildCommand* runs = nullptr;  // the command itself, once it runs; borrowed
+    HostInstant clocks;                  // of this machine, when the devices began to collect
     int64_t pageBytes = 0;
     int64_t ticksPerSecond = 0;
     bool running = true;

@@ -101,7 +101,8 @@ std::string Printable(std::string_view text) {
     return out;
 }
 
-ResultFiles::ResultFiles(std::string directory) : directory_(std::move(directory)) {}
+ResultFiles::ResultFiles(std::string directory)
+    : directory_(std::move(directory)), times_(ChunkTimesPath(directory_)) {}
 
 ResultFiles::~ResultFiles() {
     for (const OpenFile& file : open_) {
@@ -191,6 +192,10 @@ bool ResultFiles::OnFinish() {
     while (!open_.empty()) {
         (void)CloseOldest();
     }
+    errno = 0;
+    if (!times_.Close()) {
+        Fail("times of the chunks", errno);
+    }
     return Error().empty();
 }
 
@@ -203,6 +208,7 @@ bool ResultFiles::OnChunk(const ReceivedChunk& chunk) {
     switch (Write(name, chunk.data)) {
         case Written::KEPT:
             Count(name, chunk);
+            times_.Note(Printable(name), chunk.data.size());
             return Error().empty();
         case Written::REFUSED:
             Refuse(name);

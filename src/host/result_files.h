@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/chunk_sink.h"
+#include "host/chunk_times.h"
 #include "platform/mutex.h"
 
 namespace tiv::host {
@@ -28,7 +29,8 @@ struct FileSummary {
 // OnChunk and OnFinish run on one thread; the summaries may be read from any.
 class ResultFiles : public ChunkSink {
  public:
-    // `directory` exists.
+    // `directory` exists. The time of each chunk that is kept is written beside it; not for an
+    // empty `directory`, into which nothing is written either.
     explicit ResultFiles(std::string directory);
     ~ResultFiles() override;
     ResultFiles(const ResultFiles&) = delete;
@@ -65,6 +67,7 @@ class ResultFiles : public ChunkSink {
     void Refuse(std::string_view name);
 
     const std::string directory_;
+    ChunkTimes times_;          // the writing thread
     std::list<OpenFile> open_;  // most recently used first; the writing thread
     std::map<std::string, std::list<OpenFile>::iterator, std::less<>> openByName_;
 

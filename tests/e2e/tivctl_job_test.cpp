@@ -56,6 +56,23 @@ TEST_F(TivctlJob, ReplaysOfOneJobAreCompleteAndTold) {
     EXPECT_EQ(firsts, 3u) << "each replay numbers its samples from 0";
 }
 
+TEST_F(TivctlJob, ClocksOfOneMachineAreToldWithTheTimesOfTheChunks) {
+    StartDaemon();
+
+    const json manifest = Collect({"--memory", "--duration", "300ms"});
+
+    ASSERT_TRUE(manifest.contains("clock"));
+    EXPECT_EQ(manifest["clock"], manifest["hostClock"]);
+    const uint64_t began = manifest["clock"]["rawNs"];
+    const std::string samples = FileContent(result_ + "/device_0/data/Memory.data");
+    const uint64_t sampled = std::stoull(samples.substr(samples.find(':') + 1));
+    const std::string times = FileContent(result_ + "/device_0.chunks.csv");
+    const uint64_t received = std::stoull(times.substr(times.find('\n') + 1));
+    EXPECT_LT(sampled, received);
+    EXPECT_LT(began, received);
+    EXPECT_NE(times.find(",data/Memory.data\n"), std::string::npos);
+}
+
 TEST_F(TivctlJob, CommandsLifeIsTheCollections) {
     StartDaemon();
 

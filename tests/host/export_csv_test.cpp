@@ -75,6 +75,22 @@ TEST_F(CsvExport, HoldsEveryRowOfTheResult) {
     }
 }
 
+TEST_F(CsvExport, TimesOfTheChunksAreATable) {
+    (void)directory_.MakeDir("PROF/device_4");
+    (void)directory_.Write("PROF/device_4.chunks.csv",
+                           "received_ns,bytes,file\n17,4096,data/llc.data\n18,1,data/a,b\n");
+
+    const ExportReport report =
+        ExportResult(directory_.Path("PROF"), ExportFormat::CSV, directory_.Path("csv"));
+
+    ASSERT_EQ("", report.error);
+    EXPECT_EQ(
+        (std::vector<Cells>{{"4", "data/llc.data", "17", "4096"}, {"4", "data/a,b", "18", "1"}}),
+        Rows("chunk"));
+    EXPECT_EQ("device_4.chunks.csv", Rows("file").at(0).at(1));
+    EXPECT_EQ("chunk_times", Rows("file").at(0).at(2));
+}
+
 TEST_F(CsvExport, HostileNamesComeBackAsTheyWere) {
     Export("complete");
     std::vector<std::string> names;

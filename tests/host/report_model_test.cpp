@@ -285,6 +285,41 @@ TEST_F(ReportModelTest, EventsByCoreAreSummedUp) {
     EXPECT_EQ(page.Column<float>(page.Section("channel-0")["series"][0]["mean"])[2], 400);
 }
 
+TEST_F(ReportModelTest, ArrivalIsDrawnAsBytesPerSecond) {
+    model.OnChunk({0, START, 1000, "data/llc.data"});
+    model.OnChunk({0, START + 50 * MS, 3000, "data/Memory.data"});
+    model.OnChunk({0, START + 200 * MS, 500, "data/llc.data"});
+    model.OnChunk({0, START + 250 * MS, 500, "data/llc.data"});
+
+    const DecodedPage page = Decode();
+    const nlohmann::json chart = page.Section("arrival-0");
+    const auto all = page.Column<float>(chart["series"][0]["mean"]);
+    const auto channel = page.Column<float>(chart["series"][1]["mean"]);
+
+    EXPECT_EQ(chart["unit"], "bytesPerSecond");
+    EXPECT_EQ(chart["series"][0]["name"], "all files");
+    EXPECT_EQ(chart["series"][1]["name"], "data/llc.data");
+    EXPECT_FLOAT_EQ(all[1], 20000);      // 4000 bytes in the first 200 ms
+    EXPECT_FLOAT_EQ(channel[1], 5000);   // 1000
+    EXPECT_FLOAT_EQ(all.back(), 10000);  // 1000 bytes in the least stretch of 100 ms
+    EXPECT_NE(std::string(chart["note"]).find("not known"), std::string::npos);
+}
+
+TEST_F(ReportModelTest, ArrivalLiesBesideTheOtherPlotsOnOneClock) {
+    ResultDirectory result = CompleteResult();
+    result.clock = ClockPair{1, 1};
+    model.OnBegin(result);
+    AddCpu(1000, ALL_CORES, 50, 0, 50);
+    model.OnChunk({0, START + 1000 * MS, 1000, "data/llc.data"});
+    model.OnChunk({0, START + 2000 * MS, 1000, "data/llc.data"});
+
+    const DecodedPage page = Decode();
+
+    const auto all = page.Column<float>(page.Section("arrival-0")["series"][0]["mean"]);
+    EXPECT_TRUE(std::isnan(all[0]));
+    EXPECT_EQ(page.Section("arrival-0")["note"], "");
+}
+
 TEST_F(ReportModelTest, StatisticWithAClockOfItsOwnBeginsAtZeroAndSaysSo) {
     const std::vector<std::string> events = {"read"};
     AddCpu(100, ALL_CORES, 50, 0, 50);

@@ -68,6 +68,9 @@ class TableLog : public host::TableVisitor {
     void OnChannelRun(const host::ChannelRunRow& row) override {
         Add("run {} {} {}", row.channel, row.first, row.numbers);
     }
+    void OnChunk(const host::ChunkRow& row) override {
+        Add("chunk {} {} {} {}", row.deviceId, row.receivedNs, row.bytes, row.file);
+    }
     void OnFile(const host::FileRow& row) override {
         Add("file {} {} {} {} bytes, {} read, {} in {} unreadable{}{}", row.deviceId, row.name,
             host::FileKindName(row.kind), row.bytes, row.records, row.unreadableBytes,

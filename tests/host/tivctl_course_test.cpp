@@ -190,6 +190,18 @@ TEST_F(TivctlCourse, SessionThatBreaksWhileTheCommandRunsKeepsWhatArrivedAndItsS
     EXPECT_EQ(3, Manifest()["devices"][0]["bytes"]);
 }
 
+TEST_F(TivctlCourse, DeviceThatIsNoProcessOfThisMachineHasAClockOfItsOwn) {
+    Listen(0);
+    Collect({"--duration", "0s"});
+    Begin();
+    End();
+
+    EXPECT_EQ(0, tivctl_->Wait());
+
+    EXPECT_FALSE(Manifest().contains("clock"));
+    EXPECT_GT(Manifest()["hostClock"]["rawNs"], 0);
+}
+
 TEST_F(TivctlCourse, UnitsOfTheCardStandInTheManifest) {
     Listen(0);
     Collect({"--duration", "0s", "--page-size", "65536", "--tick-rate", "250"});

@@ -235,6 +235,15 @@ void RowExporter::OnChannelRun(const ChannelRunRow& row) {
     sink_.EndRow();
 }
 
+void RowExporter::OnChunk(const ChunkRow& row) {
+    sink_.BeginRow(Table::CHUNK);
+    sink_.Integer(static_cast<uint64_t>(row.deviceId));
+    sink_.Text(row.file);
+    sink_.Integer(row.receivedNs);
+    sink_.Integer(row.bytes);
+    sink_.EndRow();
+}
+
 void RowExporter::OnFile(const FileRow& row) {
     sink_.BeginRow(Table::FILE);
     sink_.Integer(static_cast<uint64_t>(row.deviceId));

@@ -45,6 +45,7 @@ class RowExporter : public Exporter {
     void OnChannelCount(const ChannelCountRow& row) override;
     void OnChannelLoss(const ChannelLossRow& row) override;
     void OnChannelRun(const ChannelRunRow& row) override;
+    void OnChunk(const ChunkRow& row) override;
     void OnFile(const FileRow& row) override;
     void OnEnd(const ReadOutcome& outcome) override;
 

@@ -49,6 +49,9 @@ std::vector<TableSpec> JobTables() {
           {"unreadable_bytes", INTEGER},
           {"problem", TEXT}},
          false},
+        {"chunk",
+         {{"device", INTEGER}, {"file", TEXT}, {"received_ns", INTEGER}, {"bytes", INTEGER}},
+         false},
     };
 }
 

@@ -26,6 +26,7 @@ enum class Table : uint8_t {
     REPLAY,
     DEVICE,
     FILE,
+    CHUNK,
     SYSTEM_CPU,
     MEMORY_KEY,
     MEMORY,

@@ -2,16 +2,15 @@
 #include "host/live/live_feed.h"
 
 #include <algorithm>
-#include <ctime>
 #include <exception>
 
+#include "host/host_clock.h"
 #include "host/result/result_directory.h"
 
 namespace tiv::host {
 
 namespace {
 
-constexpr uint64_t NS_PER_SECOND = 1000000000;
 constexpr size_t MAX_STREAMS = 64;
 constexpr size_t MAX_GAPS = 65536;
 
@@ -38,12 +37,6 @@ std::string StreamName(FileKind kind, const std::string& fileName) {
 }
 
 }  // namespace
-
-uint64_t RawClockNs() {
-    struct timespec time {};
-    (void)clock_gettime(CLOCK_MONOTONIC_RAW, &time);
-    return static_cast<uint64_t>(time.tv_sec) * NS_PER_SECOND + static_cast<uint64_t>(time.tv_nsec);
-}
 
 void LiveFeed::Count(const LiveChunk& chunk, uint64_t bytes) {
     ++counts_.chunks;

@@ -14,9 +14,6 @@
 
 namespace tiv::host {
 
-// Nanoseconds of this machine's raw monotonic clock.
-[[nodiscard]] uint64_t RawClockNs();
-
 // A copy of a chunk that the view is to read.
 struct LiveChunk {
     int deviceId = 0;

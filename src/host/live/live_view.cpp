@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "host/host_clock.h"
 #include "host/live/live_layout.h"
 #include "host/live/live_model.h"
 #include "host/live/live_reader.h"

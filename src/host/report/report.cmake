@@ -19,6 +19,7 @@ add_custom_command(
 
 target_sources(tiv_host PRIVATE
   report/cell_series.cpp
+  report/arrival_part.cpp
   report/channel_part.cpp
   report/file_part.cpp
   report/flame_tree.cpp

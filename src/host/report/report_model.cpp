@@ -139,7 +139,8 @@ ordered_json ReportModel::Facts(const PageGrid& grid) const {
 std::string ReportModel::Encode() {
     PageGrid grid;
     PageBlock block;
-    PagePart* const parts[] = {&system_, &memory_, &processes_, &channels_, &profile_, &files_};
+    PagePart* const parts[] = {&system_,   &memory_,  &processes_, &channels_,
+                               &arrivals_, &profile_, &files_};
     for (PagePart* part : parts) {
         part->Finish();
         part->IncludeIn(grid);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/report/arrival_part.h"
 #include "host/report/channel_part.h"
 #include "host/report/file_part.h"
 #include "host/report/memory_part.h"
@@ -18,7 +19,10 @@ namespace tiv::host {
 // Takes every row once and thins as it goes: memory does not grow with the result. One thread.
 class ReportModel : public TableVisitor {
  public:
-    void OnBegin(const ResultDirectory& result) override { result_ = result; }
+    void OnBegin(const ResultDirectory& result) override {
+        result_ = result;
+        arrivals_.SetOneClock(result.clock.has_value());
+    }
     void OnSystemCpu(const SystemCpuRow& row) override { system_.Take(row); }
     void OnMemoryKey(const MemoryKeyRow& row) override { memory_.Take(row); }
     void OnMemory(const MemoryRow& row) override { memory_.Take(row); }
@@ -30,6 +34,7 @@ class ReportModel : public TableVisitor {
     void OnChannelCount(const ChannelCountRow& row) override { channels_.Take(row); }
     void OnChannelLoss(const ChannelLossRow& row) override { channels_.Take(row); }
     void OnChannelRun(const ChannelRunRow& row) override { channels_.Take(row); }
+    void OnChunk(const ChunkRow& row) override { arrivals_.Take(row); }
     void OnFile(const FileRow& row) override { files_.Take(row); }
     void OnEnd(const ReadOutcome& outcome) override { outcome_ = outcome; }
 
@@ -50,6 +55,7 @@ class ReportModel : public TableVisitor {
     MemoryPart memory_;
     ProcessPart processes_;
     ChannelPart channels_;
+    ArrivalPart arrivals_;
     ProfilePart profile_;
     FilePart files_;
 };

@@ -8,6 +8,7 @@
 #include <system_error>
 #include <tuple>
 
+#include "host/chunk_times.h"
 #include "host/result/manifest_reader.h"
 #include "host/result/number_text.h"
 #include "host/result/utf8_text.h"
@@ -129,6 +130,21 @@ void FindFiles(const DeviceFacts& device, ResultDirectory& result) {
     }
 }
 
+// A result of an older tool has none.
+void FindChunkTimes(const DeviceFacts& device, ResultDirectory& result) {
+    FileFacts file;
+    file.deviceId = device.deviceId;
+    file.directory = ".";
+    file.name = ChunkTimesPath(device.directory);
+    file.kind = FileKind::CHUNK_TIMES;
+    std::error_code error;
+    const fs::path path = fs::path(result.path) / file.name;
+    if (!device.directory.empty() && fs::is_regular_file(fs::symlink_status(path, error))) {
+        file.bytes = fs::file_size(path, error);
+        result.files.push_back(std::move(file));
+    }
+}
+
 // A name that is no UTF-8 stands in the manifest in another form and cannot be looked up.
 void CompareWithList(ResultDirectory& result, ListedFiles listed) {
     for (const FileFacts& file : result.files) {
@@ -215,6 +231,7 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
     }
     for (const DeviceFacts& device : result.devices) {
         FindFiles(device, result);
+        FindChunkTimes(device, result);
     }
     std::sort(result.files.begin(), result.files.end(), [](const auto& left, const auto& right) {
         const auto rank = [](const FileFacts& file) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/result/chunk_times_parser.h"
 #include "host/result/process_parsers.h"
 #include "host/result/profile_parser.h"
 #include "host/result/system_cpu_parser.h"
@@ -86,6 +87,8 @@ std::unique_ptr<FileParser> ResultReader::MakeParser(const FileFacts& file) {
         case FileKind::CHANNEL:
             return std::make_unique<ChannelParser>(context,
                                                    ChannelContext{file.name, lastChannel_});
+        case FileKind::CHUNK_TIMES:
+            return std::make_unique<ChunkTimesParser>(context);
         case FileKind::OTHER:
             break;
     }

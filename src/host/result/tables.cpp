@@ -17,6 +17,8 @@ const char* FileKindName(FileKind kind) {
             return "cpu_profile";
         case FileKind::CHANNEL:
             return "channel";
+        case FileKind::CHUNK_TIMES:
+            return "chunk_times";
         case FileKind::OTHER:
             break;
     }

@@ -157,6 +157,14 @@ struct ChannelRunRow {
     uint64_t numbers = 0;
 };
 
+// A chunk as it came to the collecting machine, on whose raw monotonic clock its time is.
+struct ChunkRow {
+    int deviceId = 0;
+    uint64_t receivedNs = 0;
+    uint64_t bytes = 0;
+    std::string_view file;  // below the device's directory
+};
+
 enum class FileKind {
     SYSTEM_CPU,
     MEMORY,
@@ -164,6 +172,7 @@ enum class FileKind {
     PROCESS_MEMORY,
     CPU_PROFILE,
     CHANNEL,
+    CHUNK_TIMES,
     OTHER,  // kept, but nothing here can read it
 };
 [[nodiscard]] const char* FileKindName(FileKind kind);
@@ -212,6 +221,7 @@ class TableVisitor {
     virtual void OnChannelCount(const ChannelCountRow& /*row*/) {}
     virtual void OnChannelLoss(const ChannelLossRow& /*row*/) {}
     virtual void OnChannelRun(const ChannelRunRow& /*row*/) {}
+    virtual void OnChunk(const ChunkRow& /*row*/) {}
     virtual void OnFile(const FileRow& /*row*/) {}
     virtual void OnEnd(const ReadOutcome& /*outcome*/) {}
 };
