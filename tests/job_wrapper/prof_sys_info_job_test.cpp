@@ -223,6 +223,16 @@ TEST_F(SysInfoInit, SwitchesThatAreOffDecline) {
                                                         "pid_profiling not enabled"}));
 }
 
+TEST_F(SysInfoInit, OnlyOnInSmallLettersIsOn) {
+    params->sys_profiling = "ON";
+
+    EXPECT_EQ(InitOf<StatJob>(), -1);
+    EXPECT_EQ(InitOf<MemJob>(), -1);
+
+    EXPECT_EQ(log.Texts('I'), (std::vector<std::string>{"sys_profiling not enabled",
+                                                        "sys mem profiling not enabled"}));
+}
+
 TEST_F(SysInfoInit, HostToolThatReportsMemoryKeepsSystemMemoryOff) {
     params->zelnar = "on";
 
