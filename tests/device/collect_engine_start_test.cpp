@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "device/engine_fixture.h"
+#include "job_wrapper/prof_perf_job.h"
 #include "support/failing_new.h"
 #include "support/fake_driver.h"
 #include "support/fake_mm.h"
@@ -175,6 +176,18 @@ TEST_F(EngineStart, TableEndsAtAJobThatDoesNotFitInMemory) {
     EXPECT_EQ(small.ReplayStart(nullptr, status, nullptr), -1);
 
     EXPECT_TRUE(log.Has('E', "CollectionJobRegisterAndRun failed, fail_cnt:0"));
+}
+
+TEST_F(EngineStart, NoJobIsConfiguredWhenOneDoesNotFitInMemory) {
+    CollectEngine small;
+    log.Clear();
+    FailNextNewOfAtLeast(sizeof(Analysis::Rokt::JobWrapper::ProfCtrlcpuJob));
+
+    EXPECT_EQ(small.Init(3), 0);
+
+    FailNextNewOfAtLeast(0);
+    EXPECT_TRUE(log.Has('E', "make shared failed, message: std::bad_alloc"));
+    EXPECT_FALSE(log.Has('I', "CreateCollectionJobArray to set jobCfg"));
 }
 
 TEST_F(EngineStart, JobWithoutAConfigurationDoesNotRun) {

@@ -102,6 +102,7 @@ TEST_F(Component, SessionWithoutDeviceIsClosed) {
     EXPECT_EQ(Process(session, "value"), -1);
 
     EXPECT_TRUE(log.Contains('E', "IdeGetDevIdBySession failed, err: "));
+    EXPECT_TRUE(driver.Sent(session).empty());
     EXPECT_TRUE(driver.IsClosed(session));
 }
 

@@ -95,9 +95,16 @@ TEST_F(Handlers, EmptyContextGetsNoReply) {
 }
 
 TEST_F(Handlers, BrokenContextIsQuotedAndGetsNoReply) {
-    Start("{broken");
+    log.Clear();
 
-    EXPECT_TRUE(log.Has('E', "Failed to parse jobctx json {broken."));
+    Start("{broken");
+    Stop("{broken");
+    StartReplay("{broken");
+    StopReplay("{broken");
+
+    EXPECT_EQ(log.Count('E', "Failed to parse jobctx json {broken."), 4u);
+    EXPECT_FALSE(log.Has('E', "Get Task Failed"));
+    EXPECT_FALSE(log.Contains('E', "is not valid!"));
     EXPECT_TRUE(session->Sent().empty());
 }
 

@@ -85,6 +85,11 @@ TEST_F(TaskTable, NullTransportIsRefusedFirst) {
     EXPECT_FALSE(Logged('E', "TaskManager is not inited yet"));
 }
 
+TEST_F(TaskTable, SecondUninitIsZeroToo) {
+    EXPECT_EQ(tasks.Uninit(), 0);
+    EXPECT_EQ(tasks.Uninit(), 0);
+}
+
 TEST_F(TaskTable, NothingWorksAfterUninit) {
     tasks.Uninit();
 
