@@ -19,9 +19,10 @@ std::string FreshBuffer() {
     std::string buffer;
     buffer.reserve(CHANNEL_BUFFER_SIZE);
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(buffer.data()) + page - 1) / page * page;
+    const uintptr_t behindPage = reinterpret_cast<uintptr_t>(buffer.data()) % page;
     // Advice only: where it is refused, ordinary pages do.
-    (void)madvise(reinterpret_cast<void*>(first), CHANNEL_BUFFER_SIZE - page, MADV_HUGEPAGE);
+    (void)madvise(buffer.data() + (page - behindPage) % page, CHANNEL_BUFFER_SIZE - page,
+                  MADV_HUGEPAGE);
     return buffer;
 }
 
