@@ -67,6 +67,7 @@ start() {
 start_record() {
     start --record "$path" 0050 '{r11,r2a}'
     await test -e "$double/ready"
+    await test -s "$run/recorder.$recorder/perf"
 }
 
 refused() {
