@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "transport/ending_waits.h"
 #include "transport/uploader_fixture.h"
 
 namespace tiv::test {
@@ -230,6 +231,17 @@ TEST_F(UploaderTest, ForcedStopClosesASessionWhoseSendOutlivesTheLimit) {
     EXPECT_EQ(link->Closes(), 1);
     EXPECT_THAT(link->Sent(), IsEmpty());
     EXPECT_TRUE(log.Has('E', "Uploader is blocked in a send, close its session, thread=held"));
+}
+
+TEST_F(UploaderTest, SendHasSixtySecondsToEndInAForcedStop) {
+    const auto uploader = MakeHeldUploader(8);
+    const EndingWaits waits;
+    const auto before = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(uploader->Stop(true), 0);
+
+    EXPECT_EQ(std::chrono::steady_clock::now() - before, std::chrono::seconds(60));
+    EXPECT_EQ(link->Closes(), 1);
 }
 
 TEST_F(UploaderTest, SecondStopDoesNothing) {
