@@ -131,6 +131,8 @@ TEST_F(TaskTable, ResetEndsTheTasksOfItsTransportAlone) {
     EXPECT_EQ(tasks.GetTask("0_a"), nullptr);
     EXPECT_NE(tasks.GetTask("0_b"), nullptr);
     EXPECT_EQ(tasks.GetTask("0_c"), nullptr);
+    EXPECT_TRUE(Logged('I', "receive connection reset, _is_started:1"));
+    EXPECT_EQ(RecordedLog::Instance().Count('I', "receive connection reset, _is_started:0"), 1u);
     EXPECT_EQ(RecordedLog::Instance().Count('I', "stop collect ..."), 1u);
 }
 
@@ -161,6 +163,7 @@ TEST_F(TaskTable, UninitEndsEveryTaskWhateverItsTransport) {
 
     EXPECT_EQ(tasks.Uninit(), 0);
 
+    EXPECT_EQ(RecordedLog::Instance().Count('I', "receive connection reset, _is_started:1"), 2u);
     EXPECT_EQ(RecordedLog::Instance().Count('I', "stop collect ..."), 2u);
     tasks.Init();
     EXPECT_EQ(tasks.GetTask("0_a"), nullptr);
