@@ -101,7 +101,10 @@ class OpenRegister : public CollectionRegisterMgr {
 
 class CollectionRegister : public ::testing::Test {
  protected:
-    CollectionRegister() { log.Clear(); }
+    CollectionRegister() {
+        log.SetLevel(DLOG_DEBUG);
+        log.Clear();
+    }
 
     RecordedLog& log = RecordedLog::Instance();
     OpenRegister table;
