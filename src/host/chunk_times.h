@@ -17,11 +17,14 @@ class ChunkTimes {
 
     // `file` holds no control characters.
     void Note(std::string_view file, uint64_t bytes);
-    // False when the lines could not be written.
-    [[nodiscard]] bool Close();
+    // 0, or the errno of the first line that could not be written.
+    [[nodiscard]] int Close();
 
  private:
+    void TakeFailure();
+
     std::ofstream lines_;
+    int failure_ = 0;
 };
 
 // Where the times of the device stand whose data lies in `directory`: beside it.

@@ -192,9 +192,8 @@ bool ResultFiles::OnFinish() {
     while (!open_.empty()) {
         (void)CloseOldest();
     }
-    errno = 0;
-    if (!times_.Close()) {
-        Fail("times of the chunks", errno);
+    if (const int reason = times_.Close(); reason != 0) {
+        Fail("times of the chunks", reason);
     }
     return Error().empty();
 }

@@ -122,7 +122,14 @@ TEST(ChunkTimes, OnesThatCannotBeWrittenAreAFailure) {
     EXPECT_TRUE(files.OnChunk({"data/a", 3, "12345"}));
 
     EXPECT_FALSE(files.OnFinish());
-    EXPECT_NE(std::string::npos, files.Error().find("times of the chunks"));
+    EXPECT_NE(std::string::npos, files.Error().find("times of the chunks: Is a directory"));
+}
+
+TEST(ChunkTimes, FullDiskIsAFailure) {
+    ChunkTimes times("/dev/full");
+    times.Note("data/a", 5);
+
+    EXPECT_EQ(ENOSPC, times.Close());
 }
 
 TEST(HostClock, NoProcessAndOneOfAnotherNameAreNoDaemonHere) {
