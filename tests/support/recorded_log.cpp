@@ -99,6 +99,15 @@ std::vector<std::string> RecordedLog::Texts(char level) const {
     return texts;
 }
 
+std::vector<LogLine> RecordedLog::OwnLines() const {
+    std::vector<LogLine> lines = Lines();
+    const auto isOther = [](const LogLine& line) {
+        return line.threadId != std::this_thread::get_id();
+    };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), isOther), lines.end());
+    return lines;
+}
+
 std::vector<std::string> RecordedLog::OwnTexts(char level) const {
     MutexLock lock(mutex_);
     std::vector<std::string> texts;

@@ -46,6 +46,8 @@ class RecordedLog {
     // Those that the calling thread wrote: what others say in the background doesn't count.
     std::vector<std::string> OwnTexts(char level) const EXCLUDES(mutex_);
     std::vector<LogLine> Lines() const EXCLUDES(mutex_);
+    // Those of the calling thread only.
+    std::vector<LogLine> OwnLines() const EXCLUDES(mutex_);
     // False when the exact text has not been written within ten seconds.
     bool WaitFor(char level, const std::string& text) EXCLUDES(mutex_);
 

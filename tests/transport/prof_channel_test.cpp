@@ -466,7 +466,7 @@ TEST_F(ChannelReaderTest, UninitSpeaksBeforeTheRestLeaves) {
 
     reader->Uninit();
 
-    const auto lines = Log().Lines();
+    const auto lines = Log().OwnLines();
     EXPECT_EQ(lines.at(0).level, 'V');
     EXPECT_EQ(lines.at(1).text.rfind("moduleName: ChannelReaderSpeed[job1 : 2 : 8], ", 0), 0U);
     EXPECT_EQ(lines.at(3).text, "UploadData id[job1] uploader start");
