@@ -39,6 +39,28 @@ TEST_F(Sources, PacedCounterLosesNothingThroughASmallRing) {
     EXPECT_EQ(0, prof_stop(0, 8));
 }
 
+TEST_F(Sources, PacedCounterTellsTheBytesOfANumber) {
+    Configure(R"({"channels": [{"id": 8, "source": "counter", "bytes_per_second": 1000000}]})");
+    ASSERT_EQ(0, Start(0, 8));
+
+    EXPECT_EQ(8u, Word(ReadBytes(0, 8, HEADER_BYTES), 24));
+
+    EXPECT_EQ(0, prof_stop(0, 8));
+}
+
+TEST_F(Sources, HeaderOfACounterMayBeReadInPieces) {
+    Configure(R"({"channels": [{"id": 8, "name": "numbers", "source": "counter"}]})");
+    ASSERT_EQ(0, Start(0, 8));
+
+    const std::string bytes = ReadBytes(0, 8, HEADER_BYTES + 80, 7);
+
+    EXPECT_EQ("TIVC", bytes.substr(0, 4));
+    EXPECT_EQ(HEADER_BYTES, Word(bytes, 8));
+    EXPECT_EQ("numbers" + std::string(25, '\0'), bytes.substr(32, 32));
+    EXPECT_EQ(Numbers(10), bytes.substr(HEADER_BYTES));
+    EXPECT_EQ(0, prof_stop(0, 8));
+}
+
 TEST_F(Sources, CounterEndsAtItsLimit) {
     Configure(R"({"channels": [{"id": 8, "source": "counter", "limit_bytes": 80,
                   "bytes_per_second": 1000000}]})");
