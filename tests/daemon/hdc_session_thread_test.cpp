@@ -84,6 +84,7 @@ TEST_F(SessionThread, ProfilingRequestReachesItsHandlerWithTheServersDeviceId) {
     EXPECT_FALSE(Closed());
     EXPECT_TRUE(RecordedLog::Instance().Has(
         'I', "received profiling request, type 5, req->dev_id=77, phyDevId=3."));
+    EXPECT_EQ(RecordedLog::Instance().CountOf('E'), 0u);
 }
 
 TEST_F(SessionThread, ProfilingRequestRenamesTheThread) {

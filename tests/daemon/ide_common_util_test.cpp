@@ -74,6 +74,16 @@ TEST(ComponentTable, InitRunsInRisingOrderWhateverTheOrderOfRegistration) {
                                         "call [default] init function succ", "Daemon Init done"}));
 }
 
+TEST(ComponentTable, InitOfTheLastSlotEndsThePass) {
+    for (uint32_t slot = 0; slot < 18; ++slot) {
+        RegisterComponent(slot, {Init<'i', 0>, Destroy<'d', 0>, nullptr, Process});
+    }
+
+    EXPECT_EQ(IdeDaemonInit(NoSubInit), 0);
+
+    EXPECT_EQ(calls, std::vector<std::string>(18, "init i"));
+}
+
 TEST(ComponentTable, FailedSubInitEndsThePassWithItsResult) {
     RegisterComponent(2, {Init<'a', 0>, nullptr, nullptr, nullptr});
 
