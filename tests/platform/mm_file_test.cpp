@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,6 +85,19 @@ TEST(MmRealPath, FailsWhenTheAnswerDoesNotFit) {
     EXPECT_EQ(std::string(dir.Path().size(), 'x'), out);
     EXPECT_EQ(0, mmRealPath(dir.Path().c_str(), room.data(), static_cast<int32_t>(room.size())));
     EXPECT_STREQ(dir.Path().c_str(), room.c_str());
+}
+
+TEST(MmRealPath, KeepsNoMemory) {
+    const TempDir dir;
+    char out[PATH_MAX];
+    ASSERT_EQ(0, mmRealPath(dir.Path().c_str(), out, sizeof(out)));
+    const size_t before = mallinfo2().uordblks;
+
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(0, mmRealPath(dir.Path().c_str(), out, sizeof(out)));
+    }
+
+    EXPECT_EQ(before, mallinfo2().uordblks);
 }
 
 TEST(MmRealPath, RefusesNull) {

@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -234,6 +235,16 @@ TEST(MmCreateProcess, FailsWhenTheOutputFileCannotBeMade) {
 TEST(MmCreateProcess, FailsForAProgramThatIsMissing) {
     EXPECT_EQ(-1000, RunThroughPath("/nowhere/tool", "/usr/bin"));
     EXPECT_EQ(ENOENT, mmGetErrorCode());
+}
+
+TEST(MmCreateProcess, KeepsNoMemory) {
+    EXPECT_EQ(0, RunShell("exit 0", nullptr));
+    const size_t before = mallinfo2().uordblks;
+
+    EXPECT_EQ(0, RunShell("exit 0", nullptr));
+    EXPECT_EQ(0, RunShell("exit 0", nullptr));
+
+    EXPECT_EQ(before, mallinfo2().uordblks);
 }
 
 TEST(MmCreateProcess, RefusesNull) {

@@ -8,9 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/mm_api.h"
@@ -20,10 +22,31 @@ namespace {
 
 using tiv::test::TempDir;
 
+// Called once, before the next removal of an entry of this name.
+struct Interruption {
+    std::string name;
+    std::function<void()> act;
+} interruption;
+
 bool Exists(const std::string& path) {
     struct stat status = {};
     return lstat(path.c_str(), &status) == 0;
 }
+
+}  // namespace
+
+// The linker sends every unlinkat of the program here.
+extern "C" int __real_unlinkat(int directory, const char* name, int flags);
+extern "C" int __wrap_unlinkat(int directory, const char* name, int flags);
+
+extern "C" int __wrap_unlinkat(int directory, const char* name, int flags) {
+    if (interruption.act && interruption.name == name) {
+        std::exchange(interruption.act, {})();
+    }
+    return __real_unlinkat(directory, name, flags);
+}
+
+namespace {
 
 TEST(MmRmdir, RemovesAWholeTree) {
     TempDir dir;
@@ -58,6 +81,22 @@ TEST(MmRmdir, RemovesALinkInTheTreeAndNotItsTarget) {
 
     EXPECT_FALSE(Exists(dir.Path("tree")));
     EXPECT_EQ("abc", dir.Read("kept/f"));
+}
+
+TEST(MmRmdir, StopsInADirectoryThatIsMovedAway) {
+    TempDir dir;
+    dir.MakeDir("tree/a/b");
+    dir.Write("tree/a/b/f", "1");
+    dir.MakeDir("other");
+    dir.Write("other/kept", "2");
+    interruption = {
+        "f",
+        [&] { ASSERT_EQ(0, rename(dir.Path("tree/a/b").c_str(), dir.Path("other/b").c_str())); }};
+
+    EXPECT_NE(0, mmRmdir(dir.Path("tree").c_str()));
+
+    EXPECT_EQ(EBUSY, errno);
+    EXPECT_EQ("2", dir.Read("other/kept"));
 }
 
 TEST(MmRmdir, RefusesALinkToADirectory) {
