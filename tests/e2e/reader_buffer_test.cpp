@@ -30,7 +30,7 @@ TEST_P(ReaderBuffer, FillsItsChunksAndLosesNothing) {
     StartDaemonWithBufferOf(GetParam());
     ChannelJob job(link_, 0, "buffer");
     ASSERT_TRUE(job.Start().Accepted());
-    ASSERT_TRUE(job.sink.WaitForBytes(32 * MIB));
+    ASSERT_TRUE(job.sink.WaitForBytes(HEADER + LIMIT));
 
     ASSERT_TRUE(job.Stop().Accepted());
 
