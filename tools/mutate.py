@@ -51,7 +51,7 @@ exec prlimit --as=17179869184 --fsize=1073741824 --core=0 \
 unshare --pid --fork --kill-child --mount-proc sh -c '"$@"; exit $?' sh "$@"
 """
 EACH_ALONE = 'program=$1; shift; for test; do "$program" --gtest_filter="$test" || exit 1; done'
-STAGES = UNIT, NEIGHBOURS, WHOLE = ("unit", "neighbours", "end-to-end")
+STAGES = ("unit", "neighbours", "end-to-end")
 END_TO_END = ("e2e", "test_e2e")
 
 
@@ -100,11 +100,18 @@ class Bench:
                     found += re.findall(r"^tiv_test\((\w+)", listing.read(), re.MULTILINE)
         return [(folder, name) for name in found]
 
+    def contains(self, program, folder):
+        """Whether sources of src/FOLDER go into a program."""
+        done = subprocess.run(["ninja", "-C", self.build_dir, "-t", "inputs", program[1]],
+                              stdout=subprocess.PIPE, text=True, check=True)
+        return bool(re.search(rf"(^|/)src/{folder}/.*\.(cpp|o)$", done.stdout, re.MULTILINE))
+
     def neighbours(self, folder):
-        """Programs of the other folders, lower floors first."""
+        """Programs of the other folders that contain this one, lower floors first."""
         with open(os.path.join(self.tree, "CMakeLists.txt"), encoding="utf-8") as listing:
             folders = re.findall(r"add_subdirectory\(src/(\w+)\)", listing.read())
-        return [program for other in folders if other != folder for program in self.programs(other)]
+        return [program for other in folders if other != folder
+                for program in self.programs(other) if self.contains(program, folder)]
 
     def path(self, program):
         return os.path.join(self.build_dir, "tests", *program)
@@ -188,17 +195,14 @@ class Bench:
             source.write("\n".join(text))
         return before
 
-    def try_stage(self, mutant, stage, programs):
+    def try_stage(self, mutant, programs):
         """The killer; empty when the mutant lives, None when it doesn't compile."""
         before = self.write(mutant, mutant.lines)
         try:
             for program in programs:
-                built = os.path.getmtime(self.path(program))
                 if self.build([program]):
                     return None
-                # A program may also run another one that contains the mutant; no neighbour does.
-                same = os.path.getmtime(self.path(program)) == built
-                killer = "" if same and stage == NEIGHBOURS else self.killer(program)
+                killer = self.killer(program)
                 if killer:
                     return killer
             return ""
@@ -238,7 +242,7 @@ def judge(bench, mutant, stages):
     """(stage, killer) of a mutant; stage empty when it lives, None when it doesn't compile."""
     for stage, programs in stages:
         bench.measure(programs)
-        killer = bench.try_stage(mutant, stage, programs)
+        killer = bench.try_stage(mutant, programs)
         if killer is None:
             return None, ""
         if killer:
