@@ -117,7 +117,11 @@ DeviceTest::DeviceTest() {
     FakeMm::Instance().calls.ClearCalls();
 }
 
-DeviceTest::~DeviceTest() { IdeDeviceProfileCleanup(); }
+// The threads of uploaders that a test leaves behind end before the process-wide objects do.
+DeviceTest::~DeviceTest() {
+    IdeDeviceProfileCleanup();
+    analysis::rokt::transport::UploaderMgr::Instance().DelAllUploader();
+}
 
 std::shared_ptr<MemoryTransport> DeviceTest::FileReceiver(const std::string& jobId,
                                                           int32_t devIndexId) {

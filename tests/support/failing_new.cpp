@@ -107,6 +107,8 @@ void* operator new[](size_t size, std::align_val_t alignment) {
 }
 void operator delete(void* memory) noexcept { Release(memory); }
 void operator delete[](void* memory) noexcept { Release(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { Release(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { Release(memory); }
 void operator delete(void* memory, size_t) noexcept { Release(memory); }
 void operator delete[](void* memory, size_t) noexcept { Release(memory); }
 void operator delete(void* memory, std::align_val_t) noexcept { Release(memory); }
