@@ -151,7 +151,7 @@ LiveView::LiveView(LiveOptions options, CollectionView& after)
       wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 LiveView::~LiveView() {
-    Clear();
+    LiveView::Clear();
     close(wakeFd_);
 }
 
