@@ -73,7 +73,8 @@ bool ParseStat(std::string_view text, uint32_t pid, Stat& stat) {
         return false;
     }
     const size_t end = text.rfind(") ");
-    if (end == std::string_view::npos || end > MAX_NAME_BYTES || end + 4 > text.size()) {
+    // No such place is beyond every limit too.
+    if (end > MAX_NAME_BYTES || end + 4 > text.size()) {
         return false;
     }
     stat.name = text.substr(0, end);
