@@ -19,6 +19,9 @@ EXPRESSION = re.compile(
     r"(\+\+|--)[\w.\->\[\]]+;|@?(\+\+|--|\*)*[A-Za-z_]\w*(::\w+|\.\w+|->\w+|\[[^\]]*\]|@)*\s*"
     r"((?<=@);|\+\+;|--;|([-+*/|&%^]|<<|>>)?=[^=][^;]*;|<<[^;]*;)")
 ASSIGNMENT = re.compile(r"([\w.\->\[\]]+) = ([^@]*);")
+# With its brackets: what is assigned, the first word of it, the value.
+ANY_ASSIGNMENT = re.compile(r"\*?((\w+)[\w.\->\[\]]*) = (.*);")
+LOG_LINE = re.compile(r"TIV_(LOG[A-Z]|EVENT)\((.*)\);")
 
 Mutant = namedtuple("Mutant", "number file line operator original mutated lines")
 
@@ -99,6 +102,23 @@ def texts(line, code):
                 yield replaced(line, at, at + 1, other)
 
 
+def names(code, name):
+    """Whether a name stands in code as a whole word."""
+    return bool(re.search(rf"(?<!\w){re.escape(name)}(?!\w)", code))
+
+
+def calls(code):
+    """Whether code calls anything; a conversion is no call."""
+    return bool(re.search(r"[\w>]\(", re.sub(r"\bstatic_cast<[^<>]*>", "", code)))
+
+
+def feeds(assignment, other):
+    """Whether another assignment writes or reads what one writes."""
+    target, root, _ = assignment.groups()
+    return names(other.group(1), target) or names(target, other.group(1)) or names(
+        other.group(3), root)
+
+
 LINE_OPERATORS = {"comparison": comparisons, "condition": conditions, "connective": connectives,
                   "sign": signs, "constant": constants, "truth": truths, "text": texts}
 
@@ -151,6 +171,29 @@ class Source:
         one, two = ASSIGNMENT.fullmatch(first), ASSIGNMENT.fullmatch(second)
         return not (one and two and one.group(1) not in second and two.group(1) not in first)
 
+    def is_local(self, at, name):
+        """Whether the function around a line declares a name as an object of its own."""
+        declared = re.compile(rf"\s+[\w:<>, ]*[\w>] {re.escape(name)}(\{{.*\}}|\(.*\)| = .*)?;")
+        for line in reversed(self.code[:at]):
+            if line[:1].strip():
+                return False
+            if declared.fullmatch(line) and not re.match(r"\s+return ", line):
+                return not name.endswith("_")
+        return False
+
+    def has_order(self, at):
+        """Whether it can matter which of two statements comes first."""
+        texts = [line.strip() for line in self.code[at:at + 2]]
+        one, two = (ANY_ASSIGNMENT.fullmatch(text) for text in texts)
+        if one and two:
+            # A call cannot see an object of this function that isn't given to it.
+            quiet = [found for found in (one, two) if not calls(found.group(3))]
+            return (feeds(one, two) or feeds(two, one) or not quiet or len(quiet) == 1 and
+                    not self.is_local(at, quiet[0].group(2)))
+        assigned, log = one or two, LOG_LINE.fullmatch(texts[1] if one else texts[0])
+        return not (assigned and log and not calls(log.group(2)) and not calls(assigned.group(3))
+                    and not names(log.group(2), assigned.group(2)))
+
     def changes(self, at):
         """{operator: [replacement of the line or of two]}"""
         if not self.is_code(at):
@@ -179,7 +222,7 @@ def read_sources(tree, folder):
 
 def draw(sources, seed):
     """Mutants without end until there are no more: lines with equal chance, then operators, then
-    the places in the line."""
+    the places in the line. Statements without an order aren't swapped, but take a number."""
     chance, seen = random.Random(seed), set()
     places = [(source, at, source.changes(at)) for source in sources
               for at in range(len(source.lines))]
@@ -194,6 +237,8 @@ def draw(sources, seed):
         if key not in seen:
             seen.add(key)
             number += 1
+            if operator == "swap" and not source.has_order(at):
+                continue
             original, mutated = ([" ".join(line.split()) for line in part]
                                  for part in (source.lines[at:at + len(lines)], lines))
             yield Mutant(number, source.name, at + 1, operator, " / ".join(original),

@@ -129,6 +129,45 @@ class Statements(unittest.TestCase):
         self.assertNotIn("swap", changes("F();", "int a = 0;"))
 
 
+def order(*lines):
+    """Whether the last two of several lines of a function have an order."""
+    source = mutants.Source("a.cpp", "\n".join(["void F() {"] + ["    " + line for line in lines]))
+    return source.has_order(len(lines) - 1)
+
+
+class Order(unittest.TestCase):
+    def test_calls_have_one(self):
+        self.assertTrue(order("F();", "G();"))
+        self.assertTrue(order("a = F();", "b = G();"))
+        self.assertTrue(order("F();", "b = c;"))
+
+    def test_assignments_that_use_each_other_have_one(self):
+        self.assertTrue(order("a = c;", "b = a;"))
+        self.assertTrue(order("a = b;", "b = c;"))
+        self.assertTrue(order("a.b = c;", "d = a;"))
+        self.assertTrue(order("A a;", "a.b = c;", "a.b = F();"))
+        self.assertTrue(order("A a;", "a.b = c;", "d = F(a);"))
+
+    def test_other_assignments_have_none(self):
+        self.assertFalse(order("*a = c;", "*ab = c + 1;"))
+        self.assertFalse(order("a.b = static_cast<int>(d.e);", "a.c = d.f;"))
+
+    def test_call_does_not_see_an_object_of_the_function(self):
+        self.assertFalse(order("A a{};", "a.b = c;", "a.d = F(c);"))
+        self.assertFalse(order("const A<B> a;", "a.d = F(c);", "a.b = c;"))
+        self.assertTrue(order("a.b = c;", "a.d = F(c);"))
+        self.assertTrue(order("A& a = d;", "a.b = c;", "a.d = F(c);"))
+        self.assertTrue(order("return a;", "a.b = c;", "a.d = F(c);"))
+
+    def test_message_has_none_with_what_it_does_not_tell(self):
+        self.assertFalse(order('TIV_LOGE("a is %d", b);', "c.d = e;"))
+        self.assertFalse(order("c.d = e;", 'TIV_EVENT("a");'))
+        self.assertTrue(order("a = b;", 'TIV_LOGE("a is %d", a);'))
+        self.assertTrue(order("a.b = c;", 'TIV_LOGE("a is %d", a.d);'))
+        self.assertTrue(order("a = b;", 'TIV_LOGE("a is %d", F());'))
+        self.assertTrue(order("a = F();", 'TIV_LOGE("a");'))
+
+
 class Draw(unittest.TestCase):
     sources = [mutants.Source("a.cpp", "{\nF(1);\nG(2);\n}"), mutants.Source("b.cpp", "{\nH(3);")]
 
@@ -143,6 +182,13 @@ class Draw(unittest.TestCase):
         self.assertEqual(9, len(drawn))
         self.assertEqual(9, len({(mutant.file, mutant.line, mutant.mutated) for mutant in drawn}))
         self.assertEqual(list(range(1, 10)), [mutant.number for mutant in drawn])
+
+
+    def test_statements_without_an_order_take_a_number_but_are_not_swapped(self):
+        source = mutants.Source("a.cpp", '{\nTIV_LOGE("");\na = b;\n}')
+        drawn = list(mutants.draw([source], 1))
+        self.assertEqual(["drop", "drop"], [mutant.operator for mutant in drawn])
+        self.assertTrue({mutant.number for mutant in drawn} < {1, 2, 3})
 
 
 class Report(unittest.TestCase):
