@@ -359,6 +359,15 @@ TEST(DrvGetHostFreq, ZeroWithSuccessCountsAsNotSupported) {
         'W', "Driver doesn't support DrvGetHostFreq by halGetDeviceInfo interface, ret=0"));
 }
 
+TEST(DrvGetHostFreq, SuccessWithoutANumberCountsAsNotSupported) {
+    Driver().halGetDeviceInfo = [](uint32_t, int32_t, int32_t, int64_t*) { return 0; };
+    std::string text = "old";
+
+    EXPECT_FALSE(DrvGetHostFreq(text));
+
+    EXPECT_EQ(text, "");
+}
+
 TEST(DrvGetHostFreq, OneKiloHertzIsAFrequency) {
     Driver().SetDeviceInfo(0, 24, 1);
     std::string text;

@@ -116,6 +116,8 @@ TEST(DrvGetChannels, DriverFailureFails) {
     EXPECT_EQ(DrvGetChannels(info), -1);
 
     EXPECT_TRUE(Log().Has('E', "DrvGetChannels get channels failed, deviceId=4"));
+    EXPECT_EQ(info.chipType, 0U);
+    EXPECT_TRUE(info.channels.empty());
 }
 
 TEST(DrvGetChannels, NumberOfZeroFails) {

@@ -72,6 +72,7 @@ TEST(DrvPeripheralProfileCfg, StartsWithoutDeviceAndWithZeros) {
     EXPECT_EQ(cfg.cfgMode, 0U);
     EXPECT_EQ(cfg.cfgType, 0U);
     EXPECT_EQ(cfg.threshold, 0U);
+    EXPECT_EQ(cfg.reserved, 0U);
     EXPECT_EQ(cfg.profDataFilePath, "");
     EXPECT_EQ(cfg.profDataFile, "");
 }
@@ -403,7 +404,9 @@ TEST_F(DrvStart, HwtsRecordIsTheTag) {
 
     EXPECT_EQ(LastWords(), (Words{0}));
     EXPECT_EQ(LastStart().para.userDataSize, 4U);
-    EXPECT_TRUE(Log().Contains('V', "Begin to start profiling DrvHwtsLogStart"));
+    EXPECT_TRUE(Log().Has('V',
+                          "Begin to start profiling DrvHwtsLogStart, profDeviceId=2, "
+                          "profChannel=51, profSamplePeriod=0ms"));
 }
 
 TEST_F(DrvStartDynamic, HwtsTagIsSet) {
@@ -426,7 +429,9 @@ TEST_F(DrvStartDynamic, FmkRecordIsZeroAlways) {
     EXPECT_EQ(LastWords(), (Words{0}));
     EXPECT_EQ(LastStart().channelId, 52U);
     EXPECT_EQ(LastStart().para.samplePeriod, 0U);
-    EXPECT_TRUE(Log().Contains('V', "Begin to start profiling DrvFmkDataStart"));
+    EXPECT_TRUE(Log().Has('V',
+                          "Begin to start profiling DrvFmkDataStart, profDeviceId=2, "
+                          "profChannel=52, profSamplePeriod=0ms"));
 }
 
 // --- start parameters and refusals of the driver, for every operation ---
