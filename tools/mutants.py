@@ -21,6 +21,8 @@ EXPRESSION = re.compile(
 ASSIGNMENT = re.compile(r"([\w.\->\[\]]+) = ([^@]*);")
 # With its brackets: what is assigned, the first word of it, the value.
 ANY_ASSIGNMENT = re.compile(r"\*?((\w+)[\w.\->\[\]]*) = (.*);")
+# A record and its JSON object, which sorts its members: each field is handled on its own.
+RECORD_AND_OBJECT = re.compile(r".*\b(ToObject\(Json&|FromObject\(const Json&) \w+\).*")
 LOG_LINE = re.compile(r"TIV_(LOG[A-Z]|EVENT)\((.*)\);")
 
 Mutant = namedtuple("Mutant", "number file line operator original mutated lines")
@@ -171,6 +173,10 @@ class Source:
         one, two = ASSIGNMENT.fullmatch(first), ASSIGNMENT.fullmatch(second)
         return not (one and two and one.group(1) not in second and two.group(1) not in first)
 
+    def head(self, at):
+        """The line that heads the function around a line: the nearest one without indentation."""
+        return next((line for line in reversed(self.code[:at]) if line[:1].strip()), "")
+
     def is_local(self, at, name):
         """Whether the function around a line declares a name as an object of its own."""
         declared = re.compile(rf"\s+[\w:<>, ]*[\w>] {re.escape(name)}(\{{.*\}}|\(.*\)| = .*)?;")
@@ -184,6 +190,8 @@ class Source:
     def has_order(self, at):
         """Whether it can matter which of two statements comes first."""
         texts = [line.strip() for line in self.code[at:at + 2]]
+        if RECORD_AND_OBJECT.fullmatch(self.head(at)):
+            return False
         one, two = (ANY_ASSIGNMENT.fullmatch(text) for text in texts)
         if one and two:
             # A call cannot see an object of this function that isn't given to it.

@@ -150,7 +150,8 @@ class Order(unittest.TestCase):
 
     def test_other_assignments_have_none(self):
         self.assertFalse(order("*a = c;", "*ab = c + 1;"))
-        self.assertFalse(order("a.b = static_cast<int>(d.e);", "a.c = d.f;"))
+        self.assertFalse(order("a.b = static_cast<int>(d.e);", "a.c = d.f;  // a"))
+        self.assertTrue(order('a["b"] = c;', 'a["d"] = e;'))
 
     def test_call_does_not_see_an_object_of_the_function(self):
         self.assertFalse(order("A a{};", "a.b = c;", "a.d = F(c);"))
@@ -158,6 +159,10 @@ class Order(unittest.TestCase):
         self.assertTrue(order("a.b = c;", "a.d = F(c);"))
         self.assertTrue(order("A& a = d;", "a.b = c;", "a.d = F(c);"))
         self.assertTrue(order("return a;", "a.b = c;", "a.d = F(c);"))
+
+    def test_fields_of_a_record_have_none(self):
+        for head in ("void A::ToObject(Json& b) const {", "void A::FromObject(const Json& b) {"):
+            self.assertFalse(mutants.Source("a.cpp", head + "\n    F(b);\n    G(b);").has_order(1))
 
     def test_message_has_none_with_what_it_does_not_tell(self):
         self.assertFalse(order('TIV_LOGE("a is %d", b);', "c.d = e;"))
