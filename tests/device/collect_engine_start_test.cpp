@@ -65,7 +65,11 @@ TEST_F(EngineStart, JobIdThatLeavesTheWorkingDirectoryMakesAndRemovesNothing) {
     EXPECT_EQ(status.info, "Failed to create tmp root result directory.");
     EXPECT_TRUE(PathsOf("mmMkdir").empty());
     EXPECT_TRUE(PathsOf("mmRmdir").empty());
-    EXPECT_EQ(log.CountOf('E'), 2u);
+    EXPECT_EQ(log.Texts('E'),
+              (std::vector<std::string>{"Job directory not made, it lies outside the working "
+                                        "directory: job_id=../../../../etc",
+                                        "Job directory not removed, it lies outside the working "
+                                        "directory: job_id=../../../../etc"}));
 }
 
 TEST_F(EngineStart, ZeroByteBehindTheWayOutOfTheWorkingDirectoryHidesNothing) {
