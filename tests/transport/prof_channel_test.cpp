@@ -390,6 +390,22 @@ TEST_F(ChannelReaderTest, CountDoesNotGoBelowZero) {
 
 // --- what Uninit says ---
 
+TEST_F(ChannelReaderTest, UninitOutlivesAnUploadThatThrows) {
+    const std::string text = "Upload of the rest failed, channel=8: std::bad_alloc";
+    jobCtx->job_id = std::string(64, 'j');
+
+    // The last allocation is the copy of the job's name for the upload.
+    for (size_t passed = 32; passed > 0 && !Log().Has('E', text); --passed) {
+        auto reader = MakeReader();
+        ScriptReads({6});
+        reader->Execute();
+        FailingNew failing(passed);
+        reader->Uninit();
+    }
+
+    EXPECT_TRUE(Log().Has('E', text));
+}
+
 TEST_F(ChannelReaderTest, UninitSaysTotalsFileAndJob) {
     auto reader = MakeReader();
     ScriptReads({10, 20, 0});
