@@ -13,6 +13,7 @@ BOILERPLATE = re.compile(
     r"|(class|struct|enum class|enum|union) [\w:]+( : \w+)?;|.*= (default|delete);|virtual .*= 0;")
 COMPARISONS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<"),
                "==": ("!=",), "!=": ("==",)}
+UNUSED = re.compile(r"(static_cast<void>\(\w+\)|\(void\)\w+);")
 JUMP = re.compile(r"(break|continue|return|(throw|delete)\b[^;]*);")
 # With every pair of brackets as one @. A declaration has two words side by side and isn't matched.
 EXPRESSION = re.compile(
@@ -21,7 +22,7 @@ EXPRESSION = re.compile(
 ASSIGNMENT = re.compile(r"([\w.\->\[\]]+) = ([^@]*);")
 # With its brackets: what is assigned, the first word of it, the value.
 ANY_ASSIGNMENT = re.compile(r"\*?((\w+)[\w.\->\[\]]*) = (.*);")
-# A record and its JSON object, which sorts its members: each field is handled on its own.
+# A record and its JSON object, whose members have no order: each field is handled on its own.
 RECORD_AND_OBJECT = re.compile(r".*\b(ToObject\(Json&|FromObject\(const Json&) \w+\).*")
 LOG_LINE = re.compile(r"TIV_(LOG[A-Z]|EVENT)\((.*)\);")
 
@@ -202,6 +203,12 @@ class Source:
         return not (assigned and log and not calls(log.group(2)) and not calls(assigned.group(3))
                     and not names(log.group(2), assigned.group(2)))
 
+    def matters(self, at, operator):
+        """Whether a change of a line is a change of the program, as far as its text tells."""
+        if operator == "drop":
+            return not UNUSED.fullmatch(self.code[at].strip())
+        return operator != "swap" or self.has_order(at)
+
     def changes(self, at):
         """{operator: [replacement of the line or of two]}"""
         if not self.is_code(at):
@@ -230,7 +237,7 @@ def read_sources(tree, folder):
 
 def draw(sources, seed):
     """Mutants without end until there are no more: lines with equal chance, then operators, then
-    the places in the line. Statements without an order aren't swapped, but take a number."""
+    the places in the line. What changes nothing isn't tried, but takes a number."""
     chance, seen = random.Random(seed), set()
     places = [(source, at, source.changes(at)) for source in sources
               for at in range(len(source.lines))]
@@ -245,7 +252,7 @@ def draw(sources, seed):
         if key not in seen:
             seen.add(key)
             number += 1
-            if operator == "swap" and not source.has_order(at):
+            if not source.matters(at, operator):
                 continue
             original, mutated = ([" ".join(line.split()) for line in part]
                                  for part in (source.lines[at:at + len(lines)], lines))

@@ -189,6 +189,10 @@ class Draw(unittest.TestCase):
         self.assertEqual(list(range(1, 10)), [mutant.number for mutant in drawn])
 
 
+    def test_use_of_the_unused_takes_a_number_but_is_not_dropped(self):
+        source = mutants.Source("a.cpp", "{\nstatic_cast<void>(a);\n(void)a;\n(void)F(a);\n}")
+        self.assertEqual([4], [mutant.line for mutant in mutants.draw([source], 1)])
+
     def test_statements_without_an_order_take_a_number_but_are_not_swapped(self):
         source = mutants.Source("a.cpp", '{\nTIV_LOGE("");\na = b;\n}')
         drawn = list(mutants.draw([source], 1))
