@@ -13,6 +13,8 @@ BOILERPLATE = re.compile(
     r"|(class|struct|enum class|enum|union) [\w:]+( : \w+)?;|.*= (default|delete);|virtual .*= 0;")
 COMPARISONS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<"),
                "==": ("!=",), "!=": ("==",)}
+# What only the compiler reads.
+ANNOTATION = re.compile(r"\b(__attribute__\(\(.*?\)\)|(TRY_)?ACQUIRE\(\w*\)|RELEASE\(\w*\))")
 UNUSED = re.compile(r"(static_cast<void>\(\w+\)|\(void\)\w+);")
 JUMP = re.compile(r"(break|continue|return|(throw|delete)\b[^;]*);")
 # With every pair of brackets as one @. A declaration has two words side by side and isn't matched.
@@ -203,8 +205,10 @@ class Source:
         return not (assigned and log and not calls(log.group(2)) and not calls(assigned.group(3))
                     and not names(log.group(2), assigned.group(2)))
 
-    def matters(self, at, operator):
+    def matters(self, at, operator, lines):
         """Whether a change of a line is a change of the program, as far as its text tells."""
+        if ANNOTATION.sub("", self.lines[at]) == ANNOTATION.sub("", lines[0]):
+            return False
         if operator == "drop":
             return not UNUSED.fullmatch(self.code[at].strip())
         return operator != "swap" or self.has_order(at)
@@ -252,7 +256,7 @@ def draw(sources, seed):
         if key not in seen:
             seen.add(key)
             number += 1
-            if not source.matters(at, operator):
+            if not source.matters(at, operator, lines):
                 continue
             original, mutated = ([" ".join(line.split()) for line in part]
                                  for part in (source.lines[at:at + len(lines)], lines))

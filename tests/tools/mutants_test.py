@@ -193,6 +193,13 @@ class Draw(unittest.TestCase):
         source = mutants.Source("a.cpp", "{\nstatic_cast<void>(a);\n(void)a;\n(void)F(a);\n}")
         self.assertEqual([4], [mutant.line for mutant in mutants.draw([source], 1)])
 
+    def test_annotation_takes_a_number_but_is_not_changed(self):
+        source = mutants.Source("a.cpp", "{\nbool A() TRY_ACQUIRE(true) { return true; }\n"
+                                "void F() __attribute__((format(printf, 1, 2)));\n}")
+        drawn = list(mutants.draw([source], 1))
+        self.assertEqual(["bool A() TRY_ACQUIRE(true) { return false; }"],
+                         [mutant.mutated for mutant in drawn])
+
     def test_statements_without_an_order_take_a_number_but_are_not_swapped(self):
         source = mutants.Source("a.cpp", '{\nTIV_LOGE("");\na = b;\n}')
         drawn = list(mutants.draw([source], 1))
