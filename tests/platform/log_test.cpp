@@ -15,6 +15,7 @@
 
 #include "platform/mm_api.h"
 #include "platform/resource_manager.h"
+#include "platform/system_calls.h"
 
 namespace {
 
@@ -90,6 +91,29 @@ TEST_F(LinuxLog, StartsWithTheLocalTime) {
     ASSERT_EQ(1U, writes.size());
     EXPECT_THAT(writes[0], testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:"
                                                  "[0-9]{2}\\.[0-9]{3} ERROR text\n"));
+}
+
+TEST_F(LinuxLog, CutsTheTimeToWholeMilliseconds) {
+    const tiv::test::FixedClock clock = {CLOCK_REALTIME, {1000000000, 999999999}, 0};
+    setenv("TZ", "UTC", 1);
+    tzset();
+    tiv::test::fixedClock = &clock;
+    DlogErrorInner(31, "text\n");
+    tiv::test::fixedClock = nullptr;
+
+    const auto writes = Writes();
+
+    ASSERT_EQ(1U, writes.size());
+    EXPECT_EQ("2001-09-09 01:46:40.999 ERROR text\n", writes[0]);
+}
+
+TEST_F(LinuxLog, ReadsItsLevelOnce) {
+    UseLevel("debug");
+    setenv("TIV_LOG_LEVEL", "error", 1);
+
+    DlogDebugInner(31, "text\n");
+
+    EXPECT_EQ("DEBUG text\n", Line());
 }
 
 TEST_F(LinuxLog, EndsAMessageWithoutANewlineWithOne) {

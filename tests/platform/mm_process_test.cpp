@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/mm_api.h"
+#include "platform/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -114,6 +115,13 @@ TEST(MmCreateProcess, PassesOverWhatIsNoProgram) {
                                             dir.Path("good")));
 }
 
+TEST(MmCreateProcess, FindsTheProgramInTheMiddleOfThePath) {
+    TempDir dir;
+    MakeScript(dir, "tool_of_this_test", "exit 5");
+
+    EXPECT_EQ(5, RunThroughPath("tool_of_this_test", "/nowhere:" + dir.Path() + ":/elsewhere"));
+}
+
 TEST(MmCreateProcess, EmptyPartOfThePathIsNotTheWorkingDirectory) {
     TempDir dir;
     MakeScript(dir, "tool", "exit 3");
@@ -204,6 +212,17 @@ TEST(MmCreateProcess, HandsDownNoOtherDescriptor) {
     EXPECT_EQ(std::string::npos, dir.Read("out").find("200"));
 }
 
+TEST(MmCreateProcess, ThirdDescriptorIsForeignToo) {
+    const int source = open("/dev/null", O_RDONLY);
+    const int kept = dup(3);
+    ASSERT_EQ(3, dup2(source, 3));
+
+    EXPECT_EQ(0, RunShell("[ ! -e /proc/$$/fd/3 ]", nullptr));
+
+    kept < 0 ? close(3) : dup2(kept, 3);
+    close(source);
+}
+
 TEST(MmCreateProcess, GivesTheChildTheDefaultOfABrokenPipe) {
     signal(SIGPIPE, SIG_IGN);
 
@@ -245,6 +264,12 @@ TEST(MmCreateProcess, KeepsNoMemory) {
     EXPECT_EQ(0, RunShell("exit 0", nullptr));
 
     EXPECT_EQ(before, mallinfo2().uordblks);
+}
+
+TEST(MmCreateProcess, GivesItsAttributesBack) {
+    EXPECT_EQ(0, RunShell("exit 0", nullptr));
+
+    EXPECT_EQ(0, tiv::test::liveSpawnAttributes);
 }
 
 TEST(MmCreateProcess, RefusesNull) {

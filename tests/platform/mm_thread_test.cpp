@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/mm_api.h"
+#include "platform/system_calls.h"
 
 namespace {
 
@@ -119,6 +120,31 @@ TEST(MmCreateTask, FailsWithAStackBelowTheSystemsMinimum) {
 
     EXPECT_NE(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
     EXPECT_EQ(EINVAL, mmGetErrorCode());
+}
+
+TEST(MmCreateTask, RefusesAPriorityThatItsPolicyLacks) {
+    std::atomic<int> flag{0};
+    const mmUserBlock block = {SetFlag, &flag};
+    mmThreadAttr attr = {};
+    attr.priorityFlag = 1;
+    attr.priority = 5;
+    mmThread handle = 0;
+
+    EXPECT_NE(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
+    EXPECT_EQ(EINVAL, mmGetErrorCode());
+}
+
+TEST(MmCreateTask, GivesItsAttributesBack) {
+    std::atomic<int> flag{0};
+    const mmUserBlock block = {SetFlag, &flag};
+    const mmThreadAttr attr = {};
+    mmThread handle = 0;
+    const int before = tiv::test::liveThreadAttributes;
+
+    ASSERT_EQ(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
+    ASSERT_EQ(0, mmJoinTask(&handle));
+
+    EXPECT_EQ(before, tiv::test::liveThreadAttributes);
 }
 
 TEST(MmCreateTask, RefusesAMissingFunction) {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/mm_api.h"
+#include "platform/system_calls.h"
 
 namespace {
 
@@ -69,6 +70,44 @@ TEST(MmSleep, GoesOnAfterASignal) {
     sleeper.join();
 
     EXPECT_GE(slept, 49000000);
+}
+
+TEST(MmSleep, DeadlineCarriesFullSeconds) {
+    const tiv::test::FixedClock clock = {CLOCK_MONOTONIC, {5, 999000000}, 0};
+    timespec deadline = {};
+    tiv::test::fixedClock = &clock;
+    tiv::test::sleepDeadline = &deadline;
+
+    EXPECT_EQ(0, mmSleep(1));
+    EXPECT_EQ(6, deadline.tv_sec);
+    EXPECT_EQ(0, deadline.tv_nsec);
+    EXPECT_EQ(0, mmSleep(3002));
+    EXPECT_EQ(9, deadline.tv_sec);
+    EXPECT_EQ(1000000, deadline.tv_nsec);
+
+    tiv::test::sleepDeadline = nullptr;
+    tiv::test::fixedClock = nullptr;
+}
+
+TEST(MmGetTickCount, ClockThatFailsGivesZero) {
+    const tiv::test::FixedClock clock = {CLOCK_MONOTONIC_RAW, {5, 6}, -1};
+    tiv::test::fixedClock = &clock;
+
+    const mmTimespec now = mmGetTickCount();
+
+    tiv::test::fixedClock = nullptr;
+    EXPECT_EQ(0, now.tv_sec);
+    EXPECT_EQ(0, now.tv_nsec);
+}
+
+TEST(MmGetLocalTime, ClockThatFailsIsAFailure) {
+    const tiv::test::FixedClock clock = {CLOCK_REALTIME, {5, 6}, -1};
+    mmSystemTime local = {};
+    tiv::test::fixedClock = &clock;
+
+    EXPECT_EQ(-1, mmGetLocalTime(&local));
+
+    tiv::test::fixedClock = nullptr;
 }
 
 TEST(MmGetLocalTime, IsTheLocalTimeOfDay) {

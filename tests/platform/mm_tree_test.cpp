@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/mm_api.h"
+#include "platform/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -47,6 +48,44 @@ extern "C" int __wrap_unlinkat(int directory, const char* name, int flags) {
 }
 
 namespace {
+
+TEST(MmRmdir, AsksForTypesThatTheFileSystemDoesNotTell) {
+    TempDir dir;
+    dir.MakeDir("tree/a");
+    dir.Write("tree/a/f", "1");
+    tiv::test::typesAreHidden = true;
+
+    EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
+
+    tiv::test::typesAreHidden = false;
+    EXPECT_FALSE(Exists(dir.Path("tree")));
+}
+
+TEST(MmRmdir, TakesWhatComesBehindTheLastEntryToo) {
+    TempDir dir;
+    dir.MakeDir("tree");
+    tiv::test::beforeRmdir = [&dir] { dir.Write("tree/late", "1"); };
+
+    EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
+
+    EXPECT_FALSE(Exists(dir.Path("tree")));
+}
+
+TEST(MmRmdir, ErrorIsThatOfTheDirectoryThatCannotBeOpened) {
+    TempDir dir;
+    dir.MakeDir("tree/a");
+    dir.Write("tree/a/f", "1");
+    const int next = dup(STDIN_FILENO);
+    close(next);
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit oneMore = {static_cast<rlim_t>(next) + 1, before.rlim_max};
+
+    setrlimit(RLIMIT_NOFILE, &oneMore);
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+    EXPECT_EQ(EMFILE, mmGetErrorCode());
+    setrlimit(RLIMIT_NOFILE, &before);
+}
 
 TEST(MmRmdir, RemovesAWholeTree) {
     TempDir dir;

@@ -1,0 +1,117 @@
+// The linker leads the calls of the test program here.
+#include "platform/system_calls.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
+
+#include <utility>
+
+namespace tiv::test {
+
+std::atomic<const FixedClock*> fixedClock{nullptr};
+std::atomic<timespec*> sleepDeadline{nullptr};
+std::atomic<int> liveThreadAttributes{0};
+std::atomic<int> liveSpawnAttributes{0};
+
+std::atomic<bool> typesAreHidden{false};
+std::function<void()> beforeRmdir;
+
+}  // namespace tiv::test
+
+extern "C" {
+
+int __real_clock_gettime(clockid_t clock, timespec* time);
+int __wrap_clock_gettime(clockid_t clock, timespec* time);
+
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+    const tiv::test::FixedClock* fixed = tiv::test::fixedClock;
+    if (fixed == nullptr || clock != fixed->clock) {
+        return __real_clock_gettime(clock, time);
+    }
+    *time = fixed->time;
+    return fixed->result;
+}
+
+int __real_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* left);
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* left);
+
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* end, timespec* left) {
+    timespec* deadline = tiv::test::sleepDeadline;
+    if (deadline == nullptr) {
+        return __real_clock_nanosleep(clock, flags, end, left);
+    }
+    *deadline = *end;
+    return 0;
+}
+
+int __real_pthread_attr_init(pthread_attr_t* attributes);
+int __wrap_pthread_attr_init(pthread_attr_t* attributes);
+
+int __wrap_pthread_attr_init(pthread_attr_t* attributes) {
+    ++tiv::test::liveThreadAttributes;
+    return __real_pthread_attr_init(attributes);
+}
+
+int __real_pthread_attr_destroy(pthread_attr_t* attributes);
+int __wrap_pthread_attr_destroy(pthread_attr_t* attributes);
+
+int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
+    --tiv::test::liveThreadAttributes;
+    return __real_pthread_attr_destroy(attributes);
+}
+
+int __real_posix_spawnattr_init(posix_spawnattr_t* attributes);
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes);
+
+// The values at first are the system's affair: here every signal is blocked.
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes) {
+    ++tiv::test::liveSpawnAttributes;
+    const int error = __real_posix_spawnattr_init(attributes);
+    sigset_t all;
+    sigfillset(&all);
+    return error != 0 ? error : posix_spawnattr_setsigmask(attributes, &all);
+}
+
+int __real_posix_spawnattr_destroy(posix_spawnattr_t* attributes);
+int __wrap_posix_spawnattr_destroy(posix_spawnattr_t* attributes);
+
+int __wrap_posix_spawnattr_destroy(posix_spawnattr_t* attributes) {
+    --tiv::test::liveSpawnAttributes;
+    return __real_posix_spawnattr_destroy(attributes);
+}
+
+dirent* __real_readdir(DIR* stream);
+dirent* __wrap_readdir(DIR* stream);
+
+dirent* __wrap_readdir(DIR* stream) {
+    dirent* entry = __real_readdir(stream);
+    if (entry != nullptr && tiv::test::typesAreHidden) {
+        entry->d_type = DT_UNKNOWN;
+    }
+    return entry;
+}
+
+int __real_closedir(DIR* stream);
+int __wrap_closedir(DIR* stream);
+
+// A successful call may leave any error number.
+int __wrap_closedir(DIR* stream) {
+    const int result = __real_closedir(stream);
+    errno = EIO;
+    return result;
+}
+
+int __real_rmdir(const char* path);
+int __wrap_rmdir(const char* path);
+
+int __wrap_rmdir(const char* path) {
+    if (tiv::test::beforeRmdir) {
+        std::exchange(tiv::test::beforeRmdir, {})();
+    }
+    return __real_rmdir(path);
+}
+
+}  // extern "C"
