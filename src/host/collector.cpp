@@ -285,7 +285,7 @@ void Collector::SayHowToLeave() {
 bool Collector::DrainAll() {
     bool all = true;
     for (const auto& run : runs_) {
-        const bool drained = run->Drain([this] {
+        const bool drained = run->Drain(options_.drainTimeout, [this] {
             ShowProgress("draining");
             SayHowToLeave();
             return true;

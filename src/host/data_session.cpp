@@ -140,6 +140,7 @@ bool DataSession::TakeChunk(std::string_view body) {
     }
     bytes_ += view.chunk.size();
     ++chunks_;
+    lastArrival_ = std::chrono::steady_clock::now();
     if (!sink_.OnChunk({view.fileName, view.dataModule, view.chunk})) {
         SetState(State::BROKEN,
                  fmt::format("device {}: the result could not be written", deviceId_));

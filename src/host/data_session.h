@@ -52,6 +52,8 @@ class DataSession {
     // Payload bytes and chunks so far. Any thread.
     [[nodiscard]] uint64_t Bytes() const { return bytes_; }
     [[nodiscard]] uint64_t Chunks() const { return chunks_; }
+    // When the last chunk arrived; the session's beginning before the first one. Any thread.
+    [[nodiscard]] std::chrono::steady_clock::time_point LastArrival() const { return lastArrival_; }
     // Messages that were neither a chunk nor an answer nor the finish.
     [[nodiscard]] uint64_t Unreadable() const { return unreadable_; }
 
@@ -75,6 +77,8 @@ class DataSession {
     std::atomic<uint64_t> bytes_{0};
     std::atomic<uint64_t> chunks_{0};
     std::atomic<uint64_t> unreadable_{0};
+    std::atomic<std::chrono::steady_clock::time_point> lastArrival_{
+        std::chrono::steady_clock::now()};
 
     Mutex mutex_;
     CondVar changed_;

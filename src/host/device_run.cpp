@@ -3,7 +3,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "hdc/hdc_transport.h"
+#include "host/duration.h"
 #include "host/host_clock.h"
 
 namespace tiv::host {
@@ -13,7 +16,6 @@ using analysis::rokt::transport::HDCTransport;
 namespace {
 
 constexpr std::chrono::milliseconds DRAIN_SLICE{100};
-constexpr std::chrono::seconds DRAIN_PATIENCE{60};
 constexpr std::chrono::seconds STOP_REPLY_TIMEOUT{30};
 constexpr std::chrono::seconds REFUSED_PATIENCE{2};
 
@@ -84,6 +86,7 @@ bool DeviceRun::Stop() {
         failure_ = fmt::format("device {}: the job stop could not be sent", job_.deviceId);
         return false;
     }
+    stoppedAt_ = std::chrono::steady_clock::now();
     return true;
 }
 
@@ -97,7 +100,7 @@ void DeviceRun::NoteDataFailure() {
     failure_ = writing.empty() ? data_->Failure() : writing;
 }
 
-DeviceRun::DrainStep DeviceRun::DrainOnce() {
+DeviceRun::DrainStep DeviceRun::DrainOnce(std::chrono::milliseconds patience) {
     const DataSession::State state = data_->WaitForEnd(DRAIN_SLICE);
     if (state == DataSession::State::BROKEN) {
         NoteDataFailure();
@@ -111,16 +114,13 @@ DeviceRun::DrainStep DeviceRun::DrainOnce() {
     if (state == DataSession::State::COMPLETE) {
         return DrainStep::DONE;
     }
-    const auto now = std::chrono::steady_clock::now();
-    if (data_->Bytes() != drainedBytes_) {
-        drainedBytes_ = data_->Bytes();
-        lastProgress_ = now;
-    }
-    if (now - lastProgress_ > DRAIN_PATIENCE) {
+    const auto silentSince = std::max(stoppedAt_, data_->LastArrival());
+    if (std::chrono::steady_clock::now() - silentSince > patience) {
         failure_ = fmt::format(
-            "device {}: nothing arrived for {}s and the device did not say that it has sent "
-            "everything; the daemon is stuck or the link is down: see the daemon's log",
-            job_.deviceId, DRAIN_PATIENCE.count());
+            "device {}: nothing arrived for {} and the device did not say that it has sent "
+            "everything: the rest is given up; the daemon is stuck or the link is down: see the "
+            "daemon's log, or wait longer with --drain-timeout",
+            job_.deviceId, FormatDuration(patience));
         return DrainStep::FAILED;
     }
     return DrainStep::GO_ON;

@@ -44,10 +44,10 @@ class DeviceRun {
     // Ends the replay that runs and the job, without waiting for the rest of the data.
     [[nodiscard]] bool Stop();
     // Waits for the rest of the data and the answer to the stop. The wait goes on as long as data
-    // arrives; a minute without any ends it. `onWait` is called several times a second; when it
-    // returns false the wait ends.
+    // arrives; `patience` without any, counted from the stop and anew from each arrival, ends it.
+    // `onWait` is called several times a second; when it returns false the wait ends.
     template <class OnWait>
-    [[nodiscard]] bool Drain(OnWait onWait);
+    [[nodiscard]] bool Drain(std::chrono::milliseconds patience, OnWait onWait);
 
     // Closes both sessions.
     void Abandon();
@@ -67,7 +67,7 @@ class DeviceRun {
  private:
     enum class DrainStep { GO_ON, DONE, FAILED };
     bool Check(const Reply& reply);
-    DrainStep DrainOnce();
+    DrainStep DrainOnce(std::chrono::milliseconds patience);
     bool TakeStopAnswer();
     void NoteDataFailure();
 
@@ -84,15 +84,13 @@ class DeviceRun {
     bool stopAccepted_ = false;
     bool replaying_ = false;
     int replayId_ = -1;  // of the last replay that was started; they count from 0
-    uint64_t drainedBytes_ = 0;
-    std::chrono::steady_clock::time_point lastProgress_;
+    std::chrono::steady_clock::time_point stoppedAt_;  // when the job stop was sent
 };
 
 template <class OnWait>
-bool DeviceRun::Drain(OnWait onWait) {
-    lastProgress_ = std::chrono::steady_clock::now();
+bool DeviceRun::Drain(std::chrono::milliseconds patience, OnWait onWait) {
     while (true) {
-        const DrainStep step = DrainOnce();
+        const DrainStep step = DrainOnce(patience);
         if (step != DrainStep::GO_ON) {
             return step == DrainStep::DONE;
         }

@@ -35,6 +35,8 @@ constexpr int64_t MAX_PAGE_BYTES = 1 << 24;
 constexpr int64_t MAX_TICKS_PER_SECOND = 1000000;
 constexpr const char* DEVICE_RANGE = "0 to 63";
 constexpr const char* DURATION_RANGE = "0s to 720h";
+constexpr milliseconds MIN_DRAIN_TIMEOUT{1000};
+constexpr const char* DRAIN_TIMEOUT_RANGE = "1s to 720h";
 
 using Refusals = std::vector<Refusal>;
 
@@ -69,6 +71,15 @@ void CheckTime(const char* option, const std::optional<milliseconds>& time, Refu
         refusals.push_back({option, DURATION_RANGE,
                             fmt::format("{} {} is out of range: {}", option, FormatDuration(*time),
                                         DURATION_RANGE)});
+    }
+}
+
+// Less than the shortest is no sign of silence: a device needs a moment to stop.
+void CheckDrainTimeout(milliseconds timeout, Refusals& refusals) {
+    if (timeout < MIN_DRAIN_TIMEOUT || !IsPeriod(timeout)) {
+        refusals.push_back({"--drain-timeout", DRAIN_TIMEOUT_RANGE,
+                            fmt::format("--drain-timeout {} is out of range: {}",
+                                        FormatDuration(timeout), DRAIN_TIMEOUT_RANGE)});
     }
 }
 
@@ -180,6 +191,7 @@ std::vector<Refusal> CheckOptions(const CollectOptions& options) {
     CheckDevices(options, refusals);
     CheckTime("--duration", options.duration, refusals);
     CheckTime("--every", options.every, refusals);
+    CheckDrainTimeout(options.drainTimeout, refusals);
     CheckReplays(options, refusals);
     CheckInterval(options, refusals);
     CheckEvents(options, refusals);

@@ -158,6 +158,7 @@ constexpr Key KEYS[] = {
     {"sampleConfig", TakeSettings},
     {"output", [](const json& v, CollectOptions& o) { return TakeText(v, o.output); }},
     {"wait", [](const json& v, CollectOptions& o) { return TakeTime(v, o.wait); }},
+    {"drainTimeout", [](const json& v, CollectOptions& o) { return TakeTime(v, o.drainTimeout); }},
 };
 
 std::string KeyNames() {

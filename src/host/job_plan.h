@@ -33,6 +33,8 @@ struct CollectOptions {
     int64_t ticksPerSecond = 100;  // CPU times are told in ticks of the card
     std::string output = ".";
     std::chrono::milliseconds wait{0};  // for a daemon that is not up yet
+    // How long a device that has been told to stop may send nothing before the rest is given up.
+    std::chrono::milliseconds drainTimeout{60000};
 };
 
 // One thing that cannot be done as it was asked for.

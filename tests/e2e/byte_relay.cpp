@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string_view>
 
 namespace tiv::e2e {
 
@@ -69,16 +70,16 @@ void ByteRelay::Accept() {
             (void)shutdown(host, SHUT_RDWR);
             continue;
         }
-        forwarders_.emplace_back([this, host, device] { Forward(host, device); });
-        forwarders_.emplace_back([this, host, device] { Forward(device, host); });
+        forwarders_.emplace_back([this, host, device] { Forward(host, device, stallWord_); });
+        forwarders_.emplace_back([this, host, device] { Forward(device, host, ""); });
     }
 }
 
-void ByteRelay::Forward(int from, int to) {
+void ByteRelay::Forward(int from, int to, const std::string& stallWord) {
     char piece[4096];
     ssize_t received = 0;
     while ((received = recv(from, piece, sizeof(piece), 0)) > 0) {
-        for (ssize_t i = 0; i < received; ++i) {
+        for (ssize_t i = 0; i < received && !stalled_; ++i) {
             if (send(to, piece + i, 1, MSG_NOSIGNAL) != 1) {
                 received = 0;
                 break;
@@ -88,6 +89,13 @@ void ByteRelay::Forward(int from, int to) {
         if (received == 0) {
             break;
         }
+        const std::string_view text(piece, static_cast<size_t>(received));
+        if (!stallWord.empty() && text.find(stallWord) != std::string_view::npos) {
+            stalled_ = true;
+        }
+    }
+    if (stalled_) {
+        return;  // an end does not get through either
     }
     (void)shutdown(from, SHUT_RDWR);
     (void)shutdown(to, SHUT_RDWR);

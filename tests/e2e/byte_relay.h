@@ -13,6 +13,9 @@ namespace tiv::e2e {
 // Listens at a path of its own and opens a connection to `target` for each that it accepts. What
 // arrives on one side goes out on the other in one system call a byte, as a remote link may cut a
 // stream anywhere. An end on either side ends both. The destructor ends all connections.
+//
+// It can play a link that stalls: behind a word from the host nothing gets through any more, in no
+// direction and on no connection, and every connection stays open.
 class ByteRelay {
  public:
     ByteRelay(const std::string& path, const std::string& target);
@@ -20,14 +23,19 @@ class ByteRelay {
     ByteRelay(const ByteRelay&) = delete;
     ByteRelay& operator=(const ByteRelay&) = delete;
 
+    // Stalls once `word` has gone to the target in one piece. Before the first connection.
+    void StallBehind(const std::string& word) { stallWord_ = word; }
+
     // Bytes forwarded so far, both ways.
     [[nodiscard]] uint64_t Bytes() const { return bytes_; }
 
  private:
     void Accept();
-    void Forward(int from, int to);
+    void Forward(int from, int to, const std::string& stallWord);
 
     const std::string target_;
+    std::string stallWord_;
+    std::atomic<bool> stalled_{false};
     std::atomic<uint64_t> bytes_{0};
     int listener_ = -1;
     Mutex mutex_;

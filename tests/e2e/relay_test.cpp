@@ -1,6 +1,7 @@
 // Links that are not one socket from end to end, and links of small messages.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -93,6 +94,32 @@ TEST_F(Relay, EndOfTheRelayIsTheEndOfTheJob) {
     EXPECT_EQ(job.data->WaitForEnd(std::chrono::seconds(60)), DataSession::State::BROKEN);
     EXPECT_TRUE(daemon_->WaitForError("devIdOnHost(0) Failed to recv packet from host"));
     EXPECT_TRUE(Eventually([] { return !fs::exists("/var/log/npu/profiling/job"); }));
+}
+
+TEST_F(Relay, LinkThatStallsAfterTheStopIsGivenUpAndWhatArrivedIsKept) {
+    StartRelay();
+    relay_->StallBehind("JobStopReq");
+    const std::string output = directory_.MakeDir("results");
+    const auto tivctl = Tivctl(
+        {"collect", "--cpu", "--duration", "1h", "--drain-timeout", "1s", "--output", output});
+    const auto samples = [&output] {
+        for (const auto& entry : fs::directory_iterator(output)) {
+            return FileContent(entry.path().string() + "/device_0/data/SystemCpuUsage.data");
+        }
+        return std::string();
+    };
+    ASSERT_TRUE(Eventually([&] { return !samples().empty(); }));
+
+    tivctl->Signal(SIGINT);
+
+    EXPECT_EQ(tivctl->Wait(), 4) << tivctl->Errors();
+    EXPECT_NE(tivctl->Errors().find("tivctl: device 0: nothing arrived for 1.0s"),
+              std::string::npos)
+        << tivctl->Errors();
+    const std::string result = fs::directory_iterator(output)->path().string();
+    const json manifest = json::parse(FileContent(result + "/manifest.json"));
+    EXPECT_EQ(manifest["state"], "incomplete");
+    EXPECT_EQ(manifest["devices"][0]["files"][0]["bytes"], samples().size());
 }
 
 TEST_F(Relay, JobOverMessagesOf1024BytesIsComplete) {

@@ -47,6 +47,15 @@ TEST(JobCheck, DurationIsAtMost30Days) {
               "--duration 720h00m is out of range: 0s to 720h");
 }
 
+TEST(JobCheck, DrainTimeoutIs1SecondTo30Days) {
+    EXPECT_EQ(Refused([](auto& o) { o.drainTimeout = 720h; }), "");
+    EXPECT_EQ(Refused([](auto& o) { o.drainTimeout = 1s; }), "");
+    EXPECT_EQ(Refused([](auto& o) { o.drainTimeout = 999ms; }),
+              "--drain-timeout 999ms is out of range: 1s to 720h");
+    EXPECT_EQ(Refused([](auto& o) { o.drainTimeout = 720h + 1ms; }),
+              "--drain-timeout 720h00m is out of range: 1s to 720h");
+}
+
 TEST(JobCheck, ReplaysNeedADurationAndRoomForIt) {
     EXPECT_EQ(Refused([](auto& o) { o.repeat = 2; }),
               "--repeat needs --duration, the length of one replay");

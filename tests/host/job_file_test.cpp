@@ -42,7 +42,7 @@ constexpr const char* WHOLE = R"({
     "samplers": ["cpu", "processes"], "llc": "write", "ctrlCpu": ["0x11", "0x3c"],
     "interval": "250ms", "pageSize": 65536, "tickRate": 250,
     "sampleConfig": {"llc_interval": 7, "app": "a", "flag": true},
-    "output": "results", "wait": "20s"})";
+    "output": "results", "wait": "20s", "drainTimeout": "5m"})";
 
 }  // namespace
 
@@ -61,6 +61,7 @@ TEST_F(JobFile, EveryKeyReachesItsOption) {
     EXPECT_EQ(options.ticksPerSecond, 250);
     EXPECT_EQ(options.output, "results");
     EXPECT_EQ(options.wait, 20s);
+    EXPECT_EQ(options.drainTimeout, 5min);
     const std::vector<std::pair<std::string, std::string>> settings = {
         {"app", "a"}, {"flag", "true"}, {"llc_interval", "7"}};
     EXPECT_EQ(options.settings, settings);
@@ -137,6 +138,8 @@ TEST_F(JobFile, SchemaAndToolRefuseTheSameFiles) {
         R"({"sampleConfig": []})",
         R"({"sampleConfig": {"app": null}})",
         R"({"output": 1})",
+        R"({"drainTimeout": 60})",
+        R"({"drainTimeout": "later"})",
         "[]"};
     for (const std::string& text : bad) {
         EXPECT_FALSE(Schema().Accepts(json::parse(text))) << text;

@@ -195,6 +195,57 @@ TEST_F(TivctlTest, RefusedStopEndsTheDrainWithoutAFinish) {
     EXPECT_EQ("device 0: job stop refused: no such job", Manifest()["devices"][0]["failure"]);
 }
 
+TEST_F(TivctlTest, DeviceThatFallsSilentAfterTheStopIsGivenUpAndItsDataKept) {
+    Listen(0);
+    Collect({"--duration", "0s", "--drain-timeout", "1s"});
+    Begin();
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
+    data_->Send(ChunkMessage("data/a", "one"));
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    const std::string failure =
+        "device 0: nothing arrived for 1.0s and the device did not say that it has sent "
+        "everything: the rest is given up; the daemon is stuck or the link is down: see the "
+        "daemon's log, or wait longer with --drain-timeout";
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("tivctl: " + failure + "\n"));
+    EXPECT_NE(std::string::npos, tivctl_->Output().find("data session: INCOMPLETE, " + failure));
+    EXPECT_EQ("incomplete", Manifest()["state"]);
+    EXPECT_EQ(failure, Manifest()["devices"][0]["failure"]);
+    EXPECT_EQ(3, Manifest()["devices"][0]["files"][0]["bytes"]);
+}
+
+TEST_F(TivctlTest, SilenceBeforeTheStopDoesNotCount) {
+    Listen(0);
+    Collect({"--duration", "1500ms", "--drain-timeout", "1s"});
+    Begin();
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->Read());
+    const auto before = std::chrono::steady_clock::now();
+    control_->Send(AnswerMessage(0));
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+}
+
+TEST_F(TivctlTest, SilenceAfterTheStopCountsFromTheLastArrival) {
+    Listen(0);
+    Collect({"--duration", "0s", "--drain-timeout", "3s"});
+    Begin();
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
+    (void)poll(nullptr, 0, 300);
+    const auto sent = std::chrono::steady_clock::now();
+    data_->Send(ChunkMessage("data/a", "one"));
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    EXPECT_GE(std::chrono::steady_clock::now() - sent, std::chrono::seconds(3));
+    EXPECT_EQ(3, Manifest()["devices"][0]["bytes"]);
+}
+
 TEST_F(TivctlTest, DataSessionThatEndsInTheMiddleIsIncompleteAndKeepsTheData) {
     Listen(0);
     Collect({"--duration", "1h"});

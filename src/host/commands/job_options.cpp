@@ -54,6 +54,10 @@ void JobOptions::Declare(CLI::App& command) {
         ->type_name("DIR")
         ->capture_default_str();
     AddTime(command, "--wait", wait_, "How long to wait for a daemon that is not up yet");
+    AddTime(command, "--drain-timeout", drainTimeout_,
+            "How long a device may send nothing after the stop, 1s to 720h, counted anew from "
+            "each arrival of data; then the rest is given up and the result is incomplete (60s "
+            "when it is left out)");
 }
 
 void JobOptions::DeclareCourse(CLI::App& command) {
@@ -150,6 +154,9 @@ void JobOptions::TakeCourse(CollectOptions& options) const {
     }
     if (Given("--wait")) {
         options.wait = ParseDuration(wait_).value_or(options.wait);
+    }
+    if (Given("--drain-timeout")) {
+        options.drainTimeout = ParseDuration(drainTimeout_).value_or(options.drainTimeout);
     }
 }
 

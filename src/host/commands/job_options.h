@@ -46,6 +46,7 @@ class JobOptions {
     std::string every_;
     std::string interval_ = "100ms";
     std::string wait_ = "0s";
+    std::string drainTimeout_ = "60s";
     std::vector<std::string> settings_;  // NAME=VALUE
     std::optional<std::vector<std::string>> program_;
 };

@@ -37,6 +37,7 @@ class TopCommand : public Command {
     CollectOptions options_;
     std::string interval_ = "100ms";
     std::string wait_ = "0s";
+    std::string drainTimeout_ = "60s";
 };
 
 CLI::App* TopCommand::Declare(CLI::App& app) {
@@ -69,6 +70,11 @@ CLI::App* TopCommand::Declare(CLI::App& app) {
     top->add_option("--wait", wait_, "How long to wait for a daemon that is not up yet")
         ->check(CLI::Validator(CheckDuration, ""))
         ->capture_default_str();
+    top->add_option("--drain-timeout", drainTimeout_,
+                    "How long a device may send nothing after the stop, 1s to 720h, until its end "
+                    "is not waited for any more")
+        ->check(CLI::Validator(CheckDuration, ""))
+        ->capture_default_str();
     top->footer(FOOTER);
     return top;
 }
@@ -80,6 +86,8 @@ int TopCommand::Run() {
         return EXIT_USAGE;
     }
     options_.interval = *ParseDuration(interval_);
+    options_.wait = *ParseDuration(wait_);
+    options_.drainTimeout = *ParseDuration(drainTimeout_);
     if (!options_.cpu && !options_.memory && !options_.processes) {
         options_.cpu = options_.memory = options_.processes = true;
     }
@@ -94,7 +102,7 @@ int TopCommand::Run() {
     live.keepsFiles = false;
     ProgressLine silent(true);
     LiveView view(std::move(live), silent);
-    return TopRun(plan.jobs, *ParseDuration(wait_), view).Run();
+    return TopRun(plan.jobs, options_, view).Run();
 }
 
 }  // namespace

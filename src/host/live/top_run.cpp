@@ -17,10 +17,11 @@ constexpr std::chrono::seconds LONG_END{1};
 
 }  // namespace
 
-TopRun::TopRun(std::vector<DeviceJob> jobs, std::chrono::milliseconds wait, CollectionView& view)
+TopRun::TopRun(std::vector<DeviceJob> jobs, const CollectOptions& options, CollectionView& view)
     : jobs_(std::move(jobs)),
+      drainTimeout_(options.drainTimeout),
       view_(view),
-      link_(wait, [this](std::chrono::milliseconds time) { return !stop_.Wait(time); }) {}
+      link_(options.wait, [this](std::chrono::milliseconds time) { return !stop_.Wait(time); }) {}
 
 void TopRun::Report(const std::string& message) {
     view_.Clear();
@@ -91,7 +92,7 @@ bool TopRun::EndAll() {
     }
     bool all = stopped.size() == runs_.size();
     for (DeviceRun* run : stopped) {
-        if (!run->Drain([this] { return SayHowToLeave(); })) {
+        if (!run->Drain(drainTimeout_, [this] { return SayHowToLeave(); })) {
             Report(run->Failure());
             all = false;
         }

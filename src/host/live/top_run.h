@@ -19,7 +19,8 @@ namespace tiv::host {
 class TopRun {
  public:
     // `view` is borrowed; its taps keep nothing.
-    TopRun(std::vector<DeviceJob> jobs, std::chrono::milliseconds wait, CollectionView& view);
+    // Of `options` the times to wait count.
+    TopRun(std::vector<DeviceJob> jobs, const CollectOptions& options, CollectionView& view);
 
     // Returns the exit code. Messages for people go to standard error.
     int Run();
@@ -33,6 +34,7 @@ class TopRun {
     void Report(const std::string& message);
 
     const std::vector<DeviceJob> jobs_;
+    const std::chrono::milliseconds drainTimeout_;
     CollectionView& view_;
     StopSignal stop_;
     DeviceLink link_;  // outlives the runs
