@@ -34,6 +34,29 @@ void EndLoopAfter(int waits) { FakeMm::Instance().calls.Fail("mmSemWait", -1, EI
 
 }  // namespace
 
+TEST(HdcInit, NothingRunsBeforeIt) {
+    EXPECT_EQ(Info().client, nullptr);
+    EXPECT_TRUE(Info().devices.empty());
+    EXPECT_TRUE(Info().notifyCallbacks.empty());
+    EXPECT_EQ(Info().syncInited, 0);
+    EXPECT_EQ(Info().serverCreateRun, 0);
+    EXPECT_EQ(Info().sessionAcceptRun, 0);
+    EXPECT_EQ(Info().inited, 0);
+    EXPECT_FALSE(Info().stopping);
+}
+
+TEST(DeviceInfo, IsRegisteredWithoutAThreadOrAServer) {
+    const DeviceInfo fresh;
+
+    EXPECT_EQ(fresh.phyDevId, 0u);
+    EXPECT_EQ(fresh.logDevId, 0u);
+    EXPECT_EQ(fresh.threadCreated, 0);
+    EXPECT_EQ(fresh.serviceType, 0u);
+    EXPECT_EQ(fresh.server, nullptr);
+    EXPECT_EQ(fresh.removed, 0);
+    EXPECT_EQ(fresh.threadShare, nullptr);
+}
+
 TEST(HdcInit, MakesTheStructureAndTheClient) {
     EXPECT_EQ(IdeDaemonHdcInit(), 0);
 
@@ -336,6 +359,9 @@ TEST(CreateServers, FailedThreadIsNamedAndLeavesTheLoop) {
 
     EXPECT_TRUE(
         RecordedLog::Instance().Has('E', "Thread Create error: Resource temporarily unavailable"));
+    const auto texts = FakeMm::Instance().calls.Calls("mmGetErrorFormatMessage");
+    ASSERT_EQ(texts.size(), 1u);
+    EXPECT_EQ(texts[0].Value("len"), 128);
     EXPECT_EQ(Info().devices[0]->threadCreated, 0);
     EXPECT_EQ(FakeMm::Instance().calls.Count("mmMutexUnLock"), 2u);
     EXPECT_FALSE(RecordedLog::Instance().Has('I', "Hdc Create HdcServer Exit"));

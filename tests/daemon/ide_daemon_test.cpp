@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -240,6 +241,21 @@ TEST_F(Daemon, ServesSessionsUntilTheLoopEnds) {
     EXPECT_TRUE(log.Has('E', "req->type: 17, Invalid request or no hdc process func register"));
     EXPECT_TRUE(log.WaitFor('V', "<EXIT thread> IdeDaemonHdcHandleEvent"));
     EXPECT_EQ(driver.OpenServers(), 0u);
+}
+
+TEST_F(Daemon, FailedInitIsPrintedBeforeTheTeardown) {
+    driver.calls.Return("drvHdcClientCreate", 5);
+    std::string printedAtClose;
+    mm.calls.OnCall([&printedAtClose](const Call& call) {
+        if (call.function == "mmClose") {
+            std::ifstream output("/proc/self/fd/1");
+            std::getline(output, printedAtClose, '\0');
+        }
+    });
+
+    EXPECT_EQ(Run(), -1);
+
+    EXPECT_EQ(printedAtClose, "init [hdc] failed\ntiv init failed, exit\n");
 }
 
 }  // namespace
