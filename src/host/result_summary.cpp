@@ -8,6 +8,7 @@
 
 #include "host/console.h"
 #include "host/duration.h"
+#include "host/result/channel_samples.h"
 #include "host/result/profile_samples.h"
 #include "host/result/record_reader.h"
 
@@ -18,6 +19,7 @@ namespace {
 constexpr size_t READ_BYTES = 1 << 20;
 constexpr std::string_view FIRST_KEY = "TimeStamp:";
 constexpr std::string_view CPU_PROFILE = "data/ai_ctrl_cpu.data";
+constexpr std::string_view CHANNEL = "data/llc.data";
 
 struct Row {
     uint64_t files = 0;
@@ -38,9 +40,8 @@ std::string RowName(const std::string& name) {
     return name.substr(0, start) + "<pid>" + name.substr(digits);
 }
 
-bool IsCpuProfile(std::string_view path) {
-    return path.size() >= CPU_PROFILE.size() &&
-           path.substr(path.size() - CPU_PROFILE.size()) == CPU_PROFILE;
+bool EndsWith(std::string_view path, std::string_view name) {
+    return path.size() >= name.size() && path.substr(path.size() - name.size()) == name;
 }
 
 // The rest of the file, block by block.
@@ -91,8 +92,13 @@ std::optional<uint64_t> CountSamples(const std::string& path) {
     if (!file.is_open()) {
         return std::nullopt;
     }
-    if (IsCpuProfile(path)) {
+    if (EndsWith(path, CPU_PROFILE)) {
         ProfileSampleCounter counter;
+        FeedAll(file, counter);
+        return counter.Samples();
+    }
+    if (EndsWith(path, CHANNEL)) {
+        ChannelSampleCounter counter;
         FeedAll(file, counter);
         return counter.Samples();
     }

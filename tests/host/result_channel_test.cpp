@@ -1,7 +1,7 @@
 // Driver channels and the cache statistic as rows.
-#include <endian.h>
 #include <gtest/gtest.h>
 
+#include "host/channel_bytes.h"
 #include "host/result/channel_parser.h"
 #include "host/result_parse.h"
 
@@ -9,42 +9,6 @@ using namespace tiv::host;
 using namespace tiv::test;
 
 namespace {
-
-template <class Number>
-std::string Little(Number number) {
-    if constexpr (sizeof(Number) == sizeof(uint64_t)) {
-        number = htole64(number);
-    } else {
-        number = htole32(number);
-    }
-    return {reinterpret_cast<const char*>(&number), sizeof(number)};
-}
-
-std::string Header(uint32_t source, std::vector<std::string> events, uint32_t recordBytes) {
-    std::string name = "software events";
-    name.resize(32);
-    std::string tail = name + Little(static_cast<uint32_t>(events.size()));
-    for (const std::string& event : events) {
-        tail += event + '\0';
-    }
-    tail.resize((32 + tail.size() + 7) / 8 * 8 - 32);
-    return "TIVC" + Little(1u) + Little(static_cast<uint32_t>(32 + tail.size())) + Little(source) +
-           Little(source == 1 ? 4u : 0u) + Little(20u) + Little(recordBytes) + Little(8u) + tail;
-}
-
-std::string PerfHeader() { return Header(1, {"page-faults", "switches"}, 24); }
-
-std::string Count(uint64_t time, uint32_t event, uint32_t core, uint64_t count) {
-    return Little(time) + Little(event) + Little(core) + Little(count);
-}
-
-std::string Numbers(uint64_t first, uint64_t count) {
-    std::string bytes;
-    for (uint64_t i = 0; i < count; ++i) {
-        bytes += Little(first + i);
-    }
-    return bytes;
-}
 
 ParsedFile Parse(const std::string& stream, size_t piece = 1 << 20) {
     uint32_t lastChannel = 0;

@@ -1,6 +1,7 @@
 // The closing table of tivctl, and the samples that it counts.
 #include "host/result_summary.h"
 
+#include "host/channel_bytes.h"
 #include "host/tivctl_bench.h"
 #include "support/failing_new.h"
 
@@ -48,6 +49,34 @@ TEST_F(ResultSummary, OtherFilesAreNotCounted) {
     EXPECT_EQ(CountSamples(Write("data/llc.data", SAMPLE)), std::nullopt);
     EXPECT_EQ(CountSamples(Write("data/empty", "")), std::nullopt);
     EXPECT_EQ(CountSamples(Write("data/ai_ctrl_cpu.data.x", SAMPLE)), std::nullopt);
+}
+
+TEST_F(ResultSummary, RecordsOfAPerfChannelAreCountedOverItsStarts) {
+    const std::string start = PerfHeader() + Count(100, 0, 0, 5) + Count(100, 1, 0, 7);
+    EXPECT_EQ(CountSamples(Write("data/llc.data", start)), 2u);
+    EXPECT_EQ(CountSamples(Write("data/llc.data", start + start + "rest")), 4u);
+    EXPECT_EQ(CountSamples(Write("data/llc.data", PerfHeader())), 0u);
+}
+
+TEST_F(ResultSummary, NumbersOfACountingChannelAreCounted) {
+    const std::string stream = Header(2, {}, 8) + Numbers(0, 200000);  // more than a block
+
+    EXPECT_EQ(CountSamples(Write("data/llc.data", stream)), 200000u);
+}
+
+TEST_F(ResultSummary, CountsOfTheCacheStatisticAreCounted) {
+    const std::string text =
+        "# started\n 0.10 7 cache\n 0.20 <not supported> cache\n 0.30 9 cache\n";
+
+    EXPECT_EQ(CountSamples(Write("data/llc.data", text)), 2u);
+}
+
+TEST_F(ResultSummary, ChannelThatReplaysAFileDoesNotSayWhatItsRecordsAre) {
+    const std::string replay = Header(3, {}, 0) + "bytes of the file";
+    EXPECT_EQ(CountSamples(Write("data/llc.data", replay)), std::nullopt);
+    EXPECT_EQ(CountSamples(Write("data/llc.data", PerfHeader() + Count(1, 0, 0, 5) + replay)),
+              std::nullopt);
+    EXPECT_EQ(CountSamples(Write("data/llc.data", "")), std::nullopt);
 }
 
 TEST_F(ResultSummary, MissingFileIsNotCounted) {
