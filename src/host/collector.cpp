@@ -159,6 +159,17 @@ bool Collector::TakeStop() {
     return options_.command.empty();
 }
 
+// Of each device that is lost; why, its end tells.
+void Collector::ReportEnded() {
+    for (const auto& run : runs_) {
+        if (!run->Alive()) {
+            Report(fmt::format(
+                "device {}: a session ended in the middle of the collection; keeping what arrived",
+                run->Job().deviceId));
+        }
+    }
+}
+
 // Watches the sessions until `end`; without one only Ctrl-C and the command end the collection.
 // True when the time is up, false when something else ended it.
 bool Collector::PassTime(std::optional<std::chrono::steady_clock::time_point> end,
@@ -186,7 +197,7 @@ bool Collector::PassTime(std::optional<std::chrono::steady_clock::time_point> en
         }
         ShowProgress(phase);
     }
-    Report("a session ended in the middle of the collection; keeping what arrived");
+    ReportEnded();
     return false;
 }
 

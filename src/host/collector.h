@@ -42,6 +42,7 @@ class Collector {
     bool NextReplay();
     bool PassTime(std::optional<std::chrono::steady_clock::time_point> end,
                   const std::string& phase);
+    void ReportEnded();
     bool TakeStop();
     void EndReplayRecord();
     void WaitForCommand();

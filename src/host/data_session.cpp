@@ -193,7 +193,8 @@ void DataSession::ReadData() {
                                             deviceId_, error.what()));
     }
     SetState(State::BROKEN,
-             fmt::format("device {}: the data session ended before the device had sent everything",
+             fmt::format("device {}: the data session ended before the device had sent everything: "
+                         "the daemon died or the link broke; see the daemon's log",
                          deviceId_));
     if (GetState() == State::BROKEN) {
         Close();

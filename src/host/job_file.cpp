@@ -213,7 +213,8 @@ std::string ReadJobFile(const std::string& path, CollectOptions& options) {
     std::string text;
     std::string error;
     if (!ReadText(path, text, error)) {
-        return fmt::format("cannot read the job file {}: {}", path, error);
+        return fmt::format("cannot read the job file {}: {}; name a file that holds a job in JSON",
+                           path, error);
     }
     json job;
     try {

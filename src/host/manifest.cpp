@@ -149,7 +149,9 @@ std::string WriteManifest(const std::string& directory, const CollectionRecord& 
          << '\n';
     file.close();
     if (!file || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        return fmt::format("cannot write {}: {}", path, std::strerror(errno));
+        return fmt::format(
+            "cannot write {}: {}; make room there, or choose another directory with --output", path,
+            std::strerror(errno));
     }
     return "";
 }

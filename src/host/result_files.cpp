@@ -13,6 +13,7 @@ namespace tiv::host {
 
 namespace {
 
+constexpr const char* HINT = "make room there, or choose another directory with --output";
 constexpr size_t MAX_OPEN_FILES = 128;
 constexpr size_t MAX_COMPONENT_BYTES = 255;
 constexpr size_t MAX_REFUSED_NAMES = 100;
@@ -154,8 +155,8 @@ void ResultFiles::Fail(const std::string& name, int reason) {
     if (!error_.empty()) {
         return;  // the first one says most
     }
-    error_ =
-        fmt::format("cannot write {}/{}: {}", directory_, Printable(name), std::strerror(reason));
+    error_ = fmt::format("cannot write {}/{}: {}; {}", directory_, Printable(name),
+                         std::strerror(reason), HINT);
 }
 
 ResultFiles::Written ResultFiles::Write(const std::string& name, std::string_view data) {

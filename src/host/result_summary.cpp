@@ -11,6 +11,7 @@
 #include "host/result/channel_samples.h"
 #include "host/result/profile_samples.h"
 #include "host/result/record_reader.h"
+#include "host/result/result_directory.h"
 
 namespace tiv::host {
 
@@ -85,6 +86,19 @@ void PrintDevice(DeviceRun& run) {
                                                                           : run.Failure())));
 }
 
+// Everything that was sent has arrived, and still something is not there.
+void PrintMissing(const std::string& directory) {
+    std::string ignored;
+    const auto result = OpenResult(directory, ignored);
+    if (!result.has_value() || !result->complete) {
+        return;
+    }
+    for (const std::string& problem : result->problems) {
+        Say(stdout, fmt::format("  {}: too short a time, or the daemon's log tells why\n",
+                                Printable(problem)));
+    }
+}
+
 }  // namespace
 
 std::optional<uint64_t> CountSamples(const std::string& path) {
@@ -119,6 +133,7 @@ void PrintSummary(const std::string& directory,
     for (const auto& run : runs) {
         PrintDevice(*run);
     }
+    PrintMissing(directory);
 }
 
 }  // namespace tiv::host

@@ -12,6 +12,7 @@
 #include "host/commands/program_text.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "host/result_files.h"
 #include "host/version.h"
 
 namespace {
@@ -34,6 +35,24 @@ void CutProgramOff(std::vector<std::string>& words, const Declared& commands) {
             return;
         }
     }
+}
+
+// Says so when the first word is meant as a command and is none. The parser would only tell that
+// one is missing.
+bool NamesNoCommand(const std::vector<std::string>& words, const Declared& commands) {
+    if (words.empty() || words.front().empty() || words.front().front() == '-') {
+        return false;
+    }
+    std::string names;
+    for (const auto& [app, command] : commands) {
+        if (words.front() == app->get_name()) {
+            return false;
+        }
+        names.append(names.empty() ? "" : ", ").append(app->get_name());
+    }
+    Say(stderr, "tivctl: there is no command \"" + Printable(words.front()) +
+                    "\"; the commands are " + names + "; run tivctl --help for more\n");
+    return true;
 }
 
 // Runs the one command that the command line named.
@@ -68,6 +87,9 @@ int main(int argc, char** argv) {
         declared.emplace_back(command->Declare(app), command.get());
     }
     std::vector<std::string> words(argv + 1, argv + argc);
+    if (NamesNoCommand(words, declared)) {
+        return EXIT_USAGE;
+    }
     CutProgramOff(words, declared);
     std::reverse(words.begin(), words.end());  // the parser takes them from the back
     try {

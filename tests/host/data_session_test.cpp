@@ -80,7 +80,8 @@ TEST_F(DataSessionTest, EndWithoutFinishIsBroken) {
 
     EXPECT_EQ(sink_.received.size(), 1u);
     EXPECT_EQ(session_->Failure(),
-              "device 0: the data session ended before the device had sent everything");
+              "device 0: the data session ended before the device had sent everything: the daemon "
+              "died or the link broke; see the daemon's log");
 }
 
 TEST_F(DataSessionTest, UnreadableChunkIsNeverCalledComplete) {

@@ -85,7 +85,9 @@ TEST_F(JobFile, UnknownKeyIsToldWithTheKnownOnes) {
 }
 
 TEST_F(JobFile, FilesThatCannotBeReadAreTold) {
-    EXPECT_NE(ReadJobFile(directory.Path("none"), options).find("No such file"), std::string::npos);
+    EXPECT_EQ(ReadJobFile(directory.Path("none"), options),
+              "cannot read the job file " + directory.Path("none") +
+                  ": No such file or directory; name a file that holds a job in JSON");
     EXPECT_NE(ReadJobFile(directory.Path(), options).find("Is a directory"), std::string::npos);
     EXPECT_NE(Read("{\"devices\": [").find("is no JSON"), std::string::npos);
     EXPECT_NE(Read("[]").find("must hold one object"), std::string::npos);

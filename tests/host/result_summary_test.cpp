@@ -102,6 +102,23 @@ TEST_F(ResultSummary, LineWithoutAnEndIsNotKept) {
     EXPECT_EQ(samples, 1u);
 }
 
+TEST_F(TivctlTest, SummaryOfACompleteJobNamesTheSamplerThatSentNothing) {
+    Listen(0);
+    Collect({"--cpu", "--llc", "read", "--duration", "0s"});
+    Begin();
+    data_->Send(ChunkMessage("data/SystemCpuUsage.data", RECORD));
+    End();
+
+    EXPECT_EQ(0, tivctl_->Wait()) << tivctl_->Errors();
+
+    const std::string output = tivctl_->Output();
+    EXPECT_EQ(
+        "  data session: complete, the device sent everything it had\n"
+        "  device 0: nothing arrived from the sampler llc: too short a time, or the daemon's log "
+        "tells why\n",
+        output.substr(output.find("  data session")));
+}
+
 TEST_F(TivctlTest, SummaryShowsSizeAndSamplesOfTheCpuProfile) {
     Listen(0);
     Collect({"--duration", "0s"});

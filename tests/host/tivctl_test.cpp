@@ -37,6 +37,18 @@ TEST_F(TivctlTest, WrongCommandLinesExit2) {
     }
 }
 
+TEST_F(TivctlTest, WordThatIsNoCommandIsToldWithTheCommands) {
+    TivctlRun run(directory_, {"colect\n", "--duration", "1s"});
+
+    EXPECT_EQ(2, run.Wait());
+
+    EXPECT_EQ(
+        "tivctl: there is no command \"colect\\x0a\"; the commands are devices, check, collect, "
+        "top, "
+        "info, report, export, completion, man; run tivctl --help for more\n",
+        run.Errors());
+}
+
 TEST_F(TivctlTest, DurationThatIsNoneIsToldWithTheFormsThatAre) {
     Collect({"--duration", "soon"});
 
@@ -260,7 +272,8 @@ TEST_F(TivctlTest, DataSessionThatEndsInTheMiddleIsIncompleteAndKeepsTheData) {
     EXPECT_EQ("incomplete", Manifest()["state"]);
     EXPECT_EQ(3, Manifest()["devices"][0]["bytes"]);
     EXPECT_NE(std::string::npos,
-              tivctl_->Errors().find("a session ended in the middle of the collection"));
+              tivctl_->Errors().find("tivctl: device 0: a session ended in the middle of the "
+                                     "collection; keeping what arrived\n"));
 }
 
 TEST_F(TivctlTest, FileThatCannotBeWrittenExits1) {
@@ -275,7 +288,10 @@ TEST_F(TivctlTest, FileThatCannotBeWrittenExits1) {
 
     EXPECT_EQ(1, tivctl_->Wait());
 
-    EXPECT_NE(std::string::npos, tivctl_->Errors().find("No such file or directory"));
+    EXPECT_NE(
+        std::string::npos,
+        tivctl_->Errors().find("No such file or directory; make room there, or choose another "
+                               "directory with --output\n"));
     EXPECT_EQ("incomplete", Manifest()["state"]);
 }
 

@@ -54,7 +54,7 @@ int MakeReport(const std::string& directory, const std::string& output, bool qui
         return EXIT_INTERRUPTED;
     }
     if (!outcome.error.empty()) {
-        Say(stderr, fmt::format("tivctl: {}\n", outcome.error));
+        Say(stderr, fmt::format("tivctl: {}; choose another place with --output\n", outcome.error));
         return EXIT_LOCAL_ERROR;
     }
     TellProblems(directory, outcome.reading.problems);

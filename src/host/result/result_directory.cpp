@@ -214,7 +214,9 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
     std::error_code reason;
     const fs::directory_iterator readable(path, reason);
     if (reason) {
-        error = fmt::format("cannot read the result {}: {}", path, reason.message());
+        error = fmt::format(
+            "cannot read the result {}: {}; name a directory that `tivctl collect` made", path,
+            reason.message());
         return std::nullopt;
     }
     ResultDirectory result;
