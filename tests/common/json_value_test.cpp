@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <string>
+
 #include "support/failing_new.h"
 #include "support/recorded_log.h"
 
@@ -175,6 +178,36 @@ TEST_F(JsonValueTest, DeepCopyHasStorageOfItsOwn) {
     EXPECT_EQ(value["a"]["b"].GetString(), "x");
     EXPECT_EQ(value["c"][size_t{0}].Kind(), JsonKind::INVALID);
     copy.Free();
+}
+
+// Blocks that a deep copy leaves behind when its n-th allocation throws; none when it doesn't.
+long BlocksLeft(const JsonValue& source, size_t allocation, int& thrown) {
+    const long before = tiv::test::LiveNewBlocks();
+    JsonValue copy;
+    try {
+        const tiv::test::FailingNew failing(allocation);
+        copy = source.DeepCopy();
+    } catch (const std::bad_alloc&) {
+        ++thrown;
+        return tiv::test::LiveNewBlocks() - before;
+    }
+    copy.Free();
+    return 0;
+}
+
+TEST_F(JsonValueTest, DeepCopyThatThrowsLeavesNothingOfTheCopy) {
+    value["a"]["b"] = "a text that lies outside of its string";
+    value["a"]["c"].SetArraySize(3);
+    value["d"] = "another text that lies outside of its string";
+    int thrown = 0;
+    long left = 0;
+
+    for (size_t allocation = 0; allocation < 30; ++allocation) {
+        left += BlocksLeft(value, allocation, thrown);
+    }
+
+    EXPECT_GT(thrown, 1);
+    EXPECT_EQ(left, 0);
 }
 
 TEST_F(JsonValueTest, FailedAllocationOfATextMarksTheValueInvalid) {

@@ -212,4 +212,19 @@ TEST_F(CodecJson, WhitespaceOnlyWhenAskedFor) {
     EXPECT_EQ(Codec::MessageToJson(info, true, false), "{\n \"devId\": \"3\"\n}\n");
 }
 
+TEST_F(CodecJson, WithoutMemoryIsEmptyWithAnError) {
+    const auto info = std::make_shared<proto::DeviceInfo>();
+    info->set_dev_id("3");
+    ASSERT_EQ(Codec::MessageToJson(info, false, false), "{\"devId\":\"3\"}");
+    std::string text = "kept";
+    {
+        tiv::test::FailingNew failing;
+        text = Codec::MessageToJson(info, false, false);
+    }
+
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(log.Texts('E'),
+              std::vector<std::string>{"make shared failed, message: std::bad_alloc"});
+}
+
 }  // namespace analysis::rokt::message
