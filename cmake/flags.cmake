@@ -25,6 +25,21 @@ if(TIV_SANITIZE)
   add_link_options(-fsanitize=${TIV_SANITIZE})
 endif()
 
+# Line by line and branch by branch as written, counted exactly in programs of many threads.
+if(TIV_COVERAGE)
+  set(CMAKE_CXX_FLAGS_DEBUG "-O0")
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# tiv_keep_counters(<program or shared library>)
+# A program that tests end by force writes its counters first, where they are measured.
+function(tiv_keep_counters target)
+  if(TIV_COVERAGE)
+    target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/keep_counters.cpp")
+  endif()
+endfunction()
+
 add_library(tiv_flags INTERFACE)
 target_compile_options(tiv_flags INTERFACE -Wall -Wextra -Wshadow -Wconversion -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

@@ -17,6 +17,7 @@ namespace tiv::e2e {
 namespace {
 
 constexpr std::chrono::milliseconds PAUSE{5};
+constexpr std::chrono::seconds PATIENCE{5};
 
 void Redirect(const std::string& path, int descriptor) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -63,7 +64,13 @@ ChildProcess::ChildProcess(const std::string& directory, const std::string& name
     }
 }
 
-ChildProcess::~ChildProcess() { Kill(); }
+// Ends the program like SIGKILL, but one that counts its coverage keeps the counters.
+ChildProcess::~ChildProcess() {
+    Signal(SIGPROF);
+    Continue();
+    (void)Wait(PATIENCE);
+    Kill();
+}
 
 void ChildProcess::Signal(int signal) const {
     if (!status_.has_value()) {
