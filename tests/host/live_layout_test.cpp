@@ -128,6 +128,28 @@ TEST(LiveLayout, ChannelHasItsRateAndThoseOfItsEvents) {
     EXPECT_EQ("    page-faults 12.3k/s  switches -", RowOf(rows, "page-faults"));
 }
 
+TEST(LiveLayout, ChannelThatSendsNothingBeforeTheStopIsExplainedOnEveryScreen) {
+    LiveSnapshot snapshot = Full();
+    snapshot.samplesChannels = true;
+    snapshot.streams[0].isChannel = false;
+
+    EXPECT_EQ("CHANNELS   nothing yet: the device holds back up to 1 MiB until the stop",
+              RowOf(Rows(snapshot), "CHANNELS"));
+    const auto high = Rows(snapshot, {80, 34});
+    EXPECT_EQ("nothing yet: the device holds back up to 1 MiB until the stop",
+              RowOf(high, "nothing yet"));
+    EXPECT_EQ(0u, RowOf(high, "3 llc").find("3 llc.data "));
+}
+
+TEST(LiveLayout, ChannelThatHasArrivedOrIsNotReadNeedsNoExplanation) {
+    LiveSnapshot snapshot = Full();
+    snapshot.samplesChannels = true;
+    EXPECT_EQ("no row begins with nothing", RowOf(Rows(snapshot, {80, 34}), "nothing"));
+    snapshot.samplesChannels = false;
+    snapshot.streams[0].isChannel = false;
+    EXPECT_EQ("no row begins with nothing", RowOf(Rows(snapshot, {80, 34}), "nothing"));
+}
+
 TEST(LiveLayout, LostRecordsAreTold) {
     LiveSnapshot snapshot = Full();
     snapshot.streams[0].lostRecords = 99;

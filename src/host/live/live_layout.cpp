@@ -14,6 +14,8 @@ namespace tiv::host {
 namespace {
 
 constexpr const char* NOT_MEASURED = "-";
+// A reader of a channel uploads from 1 MiB on and the rest when the job stops.
+constexpr const char* HELD_BACK = "nothing yet: the device holds back up to 1 MiB until the stop";
 constexpr double FULL_PERCENT = 100.0;
 constexpr double WARNING_PERCENT = 60.0;
 constexpr double ALARM_PERCENT = 85.0;
@@ -247,14 +249,16 @@ void Frame::PutStreams() {
                                         [](const LiveStream& stream) { return stream.isChannel; });
     const bool showsSamplers = size_.rows >= SAMPLER_ROWS_FROM;
     if (!hasChannel && !showsSamplers) {
-        head.Put(snapshot_.samplesChannels
-                     ? "   nothing arrived yet: the daemon sends a channel by the buffer"
-                     : "   none read: ask for one with --llc",
+        head.Put(snapshot_.samplesChannels ? std::string("   ") + HELD_BACK
+                                           : "   none read: ask for one with --llc",
                  Style::DIM);
         return;
     }
     head.PutRight("rate", 37, Style::DIM).PutRight("bytes", 47, Style::DIM);
     head.PutRight("chunks", 55, Style::DIM).Put("  device, and what it calls it", Style::DIM);
+    if (!hasChannel && snapshot_.samplesChannels) {
+        NewLine().Put(HELD_BACK, Style::DIM);
+    }
     size_t rows = RowsLeft() / 2;
     for (const bool channels : {true, false}) {
         for (const LiveStream& stream : snapshot_.streams) {
