@@ -135,6 +135,15 @@ TEST_F(ResultDirectoryTest, WithoutManifestTheFilesAreFoundAndTheStateIsUnknown)
     EXPECT_EQ(0u, result.problems.at(0).find("manifest.json is missing"));
 }
 
+TEST_F(ResultDirectoryTest, ManifestThatCannotBeOpenedIsNotCalledMissing) {
+    ASSERT_EQ(0, symlink("manifest.json", directory_.Path("manifest.json").c_str()));
+
+    EXPECT_EQ(
+        "manifest.json cannot be read: Too many levels of symbolic links: what was asked for is "
+        "not known",
+        OpenAsItIs().problems.at(0));
+}
+
 TEST_F(ResultDirectoryTest, DamagedManifestIsAProblemAndTheFilesAreFound) {
     for (const std::string& damaged :
          {std::string("{"), std::string("[]"), std::string("{\"tool\":\"\xff\"}"),

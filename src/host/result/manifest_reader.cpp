@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -46,9 +48,13 @@ const json& PartOf(const json& object, const char* key) {
 
 // The text, or an empty one with a problem.
 std::string LoadText(ResultDirectory& result) {
+    errno = 0;
     std::ifstream file(result.path + "/manifest.json", std::ios::binary | std::ios::ate);
     if (!file.is_open()) {
-        result.problems.emplace_back("manifest.json is missing: what was asked for is not known");
+        const std::string what = errno == ENOENT || errno == 0
+                                     ? "is missing"
+                                     : std::string("cannot be read: ") + std::strerror(errno);
+        result.problems.push_back("manifest.json " + what + ": what was asked for is not known");
         return "";
     }
     const std::streamoff bytes = file.tellg();
