@@ -3,10 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
-#include <future>
 #include <memory>
-#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -26,21 +23,12 @@ constexpr uint64_t RAW_PROBE_BYTES = 2ULL << 30;
 constexpr uint64_t BURST = 2 * MIB;
 constexpr uint64_t PART = 64 * 1024;
 constexpr uint64_t HEADER = 72;
-constexpr uint64_t MOST_MEMORY_KIB = 10ULL << 20;
 
 struct PathRound {
     double bytesPerSecond = 0;
     double daemonCpuPerGb = 0;
     double hostCpuPerGb = 0;
 };
-
-std::string ManyDevices(int count, const std::string& keys) {
-    std::string devices = CounterDevice(keys);
-    for (int i = 1; i < count; ++i) {
-        devices += "," + CounterDevice(keys);
-    }
-    return devices;
-}
 
 // A stretch of a running channel.
 PathRound RunPathRound(BenchDaemon& daemon, BenchJob& job, double seconds) {
@@ -164,89 +152,6 @@ void MeasureLatencyWith(int busyDevices, uint64_t limit, const char* what,
                 Median(values), values[values.size() * 9 / 10]);
 }
 
-struct ScaleResult {
-    double bytesPerSecond = 0;
-    double fairness = 0;  // least served channel by most served
-    uint64_t threads = 0;
-    uint64_t peakKib = 0;
-};
-
-using BenchJobs = std::vector<std::unique_ptr<BenchJob>>;
-
-std::vector<uint64_t> BytesOf(const BenchJobs& jobs) {
-    std::vector<uint64_t> bytes;
-    for (const auto& job : jobs) {
-        bytes.push_back(job->Sink().Bytes());
-    }
-    return bytes;
-}
-
-// At once: a channel that starts late has less time than the others.
-void StartAll(const BenchJobs& jobs) {
-    std::vector<std::future<void>> starts;
-    for (const auto& job : jobs) {
-        starts.push_back(std::async(std::launch::async, [&job] { job->StartChannel(); }));
-    }
-    for (std::future<void>& start : starts) {
-        start.get();
-    }
-}
-
-uint64_t SumOf(const std::vector<uint64_t>& values) {
-    return std::accumulate(values.begin(), values.end(), uint64_t{0});
-}
-
-// Waits until `bytes` more have come from all devices together. Readers that run ahead of the link
-// fill the daemon's queues: before these fill the machine, the wait ends.
-void WaitForMore(const BenchDaemon& daemon, const BenchJobs& jobs, uint64_t bytes) {
-    const uint64_t enough = SumOf(BytesOf(jobs)) + bytes;
-    while (SumOf(BytesOf(jobs)) < enough && StatusNumber(daemon.Pid(), "VmRSS") < MOST_MEMORY_KIB) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
-
-// What arrives while every channel runs at full speed.
-ScaleResult RunScale(int devices, uint64_t allBytes) {
-    BenchDaemon daemon(ManyDevices(devices, ""), devices);
-    BenchJobs jobs;
-    for (int device = 0; device < devices; ++device) {
-        jobs.push_back(std::make_unique<BenchJob>(daemon.Link(), device, nullptr));
-        jobs.back()->OpenJob();
-    }
-    StartAll(jobs);
-    WaitForMore(daemon, jobs, allBytes / 4);  // warms up
-    ScaleResult result;
-    result.threads = StatusNumber(daemon.Pid(), "Threads");
-    const std::vector<uint64_t> before = BytesOf(jobs);
-    const Clock::time_point start = Clock::now();
-    WaitForMore(daemon, jobs, allBytes);
-    std::vector<uint64_t> came = BytesOf(jobs);
-    const double seconds = SecondsSince(start);
-    std::transform(came.begin(), came.end(), before.begin(), came.begin(), std::minus<>());
-    result.bytesPerSecond = static_cast<double>(SumOf(came)) / seconds;
-    result.fairness = static_cast<double>(*std::min_element(came.begin(), came.end())) /
-                      static_cast<double>(*std::max_element(came.begin(), came.end()));
-    result.peakKib = StatusNumber(daemon.Pid(), "VmHWM");
-    daemon.Kill();
-    return result;
-}
-
-double MedianRate(const std::vector<ScaleResult>& results) {
-    return MedianOf(results, [](const ScaleResult& r) { return r.bytesPerSecond; });
-}
-
-void PrintScale(int devices, const std::vector<ScaleResult>& results, double one) {
-    const double rate = MedianRate(results);
-    std::printf(
-        "%2d devices: %6.2f GB/s (%.2f of one)   least/most served %.2f   %lu threads   peak "
-        "%lu MiB\n",
-        devices, rate / GB, rate / one,
-        MedianOf(results, [](const ScaleResult& r) { return r.fairness; }),
-        static_cast<unsigned long>(results.back().threads),
-        static_cast<unsigned long>(results.back().peakKib / 1024));
-    (void)std::fflush(stdout);
-}
-
 }  // namespace
 
 void MeasurePath(const PathOptions& options) {
@@ -288,19 +193,6 @@ void MeasureLatency(const PathOptions& options) {
         MeasureLatencyWith(others, BURST, "start request to 2 MiB burst,", BurstLatency,
                            options.bursts);
         MeasureLatencyWith(others, PART, "stop request to 64 KiB,", StopLatency, options.bursts);
-    }
-}
-
-void MeasureScale(const PathOptions& options) {
-    (void)RunScale(1, options.scaleBytes);  // warms up
-    double one = 0;
-    for (const int devices : options.devices) {
-        std::vector<ScaleResult> results;
-        for (int i = 0; i < options.rounds; ++i) {
-            results.push_back(RunScale(devices, options.scaleBytes));
-        }
-        one = one == 0 ? MedianRate(results) : one;
-        PrintScale(devices, results, one);
     }
 }
 
