@@ -362,6 +362,7 @@ TEST(CreateServers, FailedThreadIsNamedAndLeavesTheLoop) {
     const auto texts = FakeMm::Instance().calls.Calls("mmGetErrorFormatMessage");
     ASSERT_EQ(texts.size(), 1u);
     EXPECT_EQ(texts[0].Value("len"), 128);
+    EXPECT_EQ(Info().devices[0]->threadShare, nullptr);
     EXPECT_EQ(Info().devices[0]->threadCreated, 0);
     EXPECT_EQ(FakeMm::Instance().calls.Count("mmMutexUnLock"), 2u);
     EXPECT_FALSE(RecordedLog::Instance().Has('I', "Hdc Create HdcServer Exit"));

@@ -243,6 +243,17 @@ TEST_F(Daemon, ServesSessionsUntilTheLoopEnds) {
     EXPECT_EQ(driver.OpenServers(), 0u);
 }
 
+TEST_F(Daemon, LockFileMayHaveTheFirstDescriptor) {
+    EndLoopAfter(0);
+    close(STDIN_FILENO);
+
+    EXPECT_EQ(IdeDaemonRun(), 0);
+
+    ASSERT_EQ(mm.calls.Count("mmClose"), 1u);
+    EXPECT_EQ(mm.calls.Calls("mmClose")[0].Value("fd"), STDIN_FILENO);
+    EXPECT_EQ(open("/dev/null", O_RDONLY), STDIN_FILENO);
+}
+
 TEST_F(Daemon, FailedInitIsPrintedBeforeTheTeardown) {
     driver.calls.Return("drvHdcClientCreate", 5);
     std::string printedAtClose;
