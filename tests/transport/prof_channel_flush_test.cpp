@@ -49,6 +49,14 @@ TEST_F(ChannelFlush, Channels44And45AskTheDriver) {
     EXPECT_EQ(Driver().calls.Calls("halProfDataFlush").at(1).Value("device"), 2);
 }
 
+TEST_F(ChannelFlush, DriverThatTellsNoNumberHoldsNothingBack) {
+    Driver().halProfDataFlush = [](uint32_t, uint32_t, uint32_t*) { return 0; };
+
+    MakeReader(44)->FlushDrvBuff();
+
+    EXPECT_TRUE(Log().Has('I', "No drv data need flush."));
+}
+
 TEST_F(ChannelFlush, NothingHeldBackReturnsAtOnce) {
     PromiseBytes(0);
     auto reader = MakeReader(44);
