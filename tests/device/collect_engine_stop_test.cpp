@@ -156,6 +156,17 @@ TEST_F(EngineStop, FailedStopDuringUninitKeepsTheParameters) {
     EXPECT_TRUE(log.Has('I', "SetDevIdOnHost devId :5"));
 }
 
+TEST_F(EngineStop, AfterAFailedUninitNothingStartsEither) {
+    const auto data = FileUploader("job");
+    StartCollect();
+    StopUploader();
+
+    engine.Uninit();
+
+    EXPECT_EQ(StartCollect(), -1);
+    EXPECT_EQ(status.info, "Collection engine was not initialized.");
+}
+
 TEST_F(EngineStop, UninitAfterAStopDoesNotStopAgain) {
     StartCollect();
     EXPECT_EQ(engine.CollectStop(status), 0);
