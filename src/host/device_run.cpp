@@ -78,7 +78,15 @@ bool DeviceRun::Alive() {
     return !control_->Closed() && data_->GetState() == DataSession::State::STREAMING;
 }
 
+// A daemon that died ends both sessions: nothing can be sent, and the end of the data says it all.
+bool DeviceRun::IsLost() {
+    return control_->Closed() && data_->WaitForEnd(REFUSED_PATIENCE) == DataSession::State::BROKEN;
+}
+
 bool DeviceRun::Stop() {
+    if (IsLost()) {
+        return true;
+    }
     if (replaying_ && !StopReplay()) {
         return false;
     }

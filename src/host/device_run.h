@@ -41,7 +41,8 @@ class DeviceRun {
     [[nodiscard]] bool IsHere() const { return isHere_; }
     // True while both sessions are open.
     [[nodiscard]] bool Alive();
-    // Ends the replay that runs and the job, without waiting for the rest of the data.
+    // Ends the replay that runs and the job, without waiting for the rest of the data. A device
+    // that is lost need not be told; Drain tells of it.
     [[nodiscard]] bool Stop();
     // Waits for the rest of the data and the answer to the stop. The wait goes on as long as data
     // arrives; `patience` without any, counted from the stop and anew from each arrival, ends it.
@@ -69,6 +70,7 @@ class DeviceRun {
     bool Check(const Reply& reply);
     DrainStep DrainOnce(std::chrono::milliseconds patience);
     bool TakeStopAnswer();
+    bool IsLost();
     void NoteDataFailure();
 
     DeviceLink& link_;

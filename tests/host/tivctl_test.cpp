@@ -276,6 +276,21 @@ TEST_F(TivctlTest, DataSessionThatEndsInTheMiddleIsIncompleteAndKeepsTheData) {
                                      "collection; keeping what arrived\n"));
 }
 
+TEST_F(TivctlTest, DaemonThatDiesIsToldOnceWithoutTheStopThatItCannotGet) {
+    Listen(0);
+    Collect({"--duration", "1h"});
+    Begin();
+    control_.reset();
+    data_.reset();
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    const std::string errors = tivctl_->Errors();
+    EXPECT_EQ(std::string::npos, errors.find("stop")) << errors;
+    EXPECT_EQ(std::string::npos, errors.find("ERROR")) << errors;
+    EXPECT_NE(std::string::npos, errors.find("the daemon died or the link broke")) << errors;
+}
+
 TEST_F(TivctlTest, FileThatCannotBeWrittenExits1) {
     Listen(0);
     Collect({"--duration", "1h"});
