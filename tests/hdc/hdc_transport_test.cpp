@@ -52,6 +52,16 @@ TEST_F(Transport, EmptyRawBufferIsAPacketWithoutAValue) {
     EXPECT_THAT(driver.Sent(session), ElementsAre(Fragment(Packet(""), true)));
 }
 
+TEST_F(Transport, AttributeIsTheSessionsOwnOrMinusOne) {
+    driver.SetSessionAttr(session, HDC_ATTR_PEER_PID, 4711);
+
+    EXPECT_EQ(transport->Attribute(HDC_ATTR_PEER_PID), 4711);
+    driver.calls.Return("halHdcGetSessionAttr", 8);
+    EXPECT_EQ(transport->Attribute(HDC_ATTR_PEER_PID), -1);
+    EXPECT_EQ(transport->CloseSession(), 0);
+    EXPECT_EQ(transport->Attribute(HDC_ATTR_PEER_PID), -1);
+}
+
 TEST_F(Transport, NullBufferIsRefused) {
     EXPECT_EQ(transport->SendBuffer(nullptr, 3), -1);
 

@@ -151,6 +151,47 @@ TEST(Settings, WrongKindsAreNamed) {
               Complaint(R"({"info": {"2.3": 1.5}})"));
 }
 
+TEST(Settings, ListsOfAnotherKindOrLengthAreNamed) {
+    EXPECT_EQ("$.info: must be an object", Complaint(R"({"info": 5})"));
+    const std::string devices =
+        "$.devices: must be a number from 0 to 4096 or a list of at most 4096 devices";
+    EXPECT_EQ(devices, Complaint(R"({"devices": "4"})"));
+    EXPECT_EQ(devices, Complaint(R"({"devices": 4097})"));
+    const std::string channels = "$.channels: must be a list of at most 160 channels";
+    EXPECT_EQ(channels, Complaint(R"({"channels": 8})"));
+    std::string tooMany = R"({"id": 1})";
+    for (int i = 0; i < 160; ++i) {
+        tooMany += R"(,{"id": 1})";
+    }
+    EXPECT_EQ(channels, Complaint(R"({"channels": [)" + tooMany + "]}"));
+}
+
+std::string EventsComplaint(const std::string& events) {
+    return Complaint(R"({"channels": [{"id": 1, "source": "perf", "events": )" + events + "}]}");
+}
+
+TEST(Settings, EventListsThatNameNoEventsAreNamed) {
+    const std::string list = "$.channels[0].events: must be a list of 1 to 64 event names";
+    EXPECT_EQ(list, EventsComplaint(R"("page-faults")"));
+    EXPECT_EQ(list, EventsComplaint("[]"));
+    std::string tooMany = R"("page-faults")";
+    for (int i = 0; i < 64; ++i) {
+        tooMany += R"(,"page-faults")";
+    }
+    EXPECT_EQ(list, EventsComplaint("[" + tooMany + "]"));
+    EXPECT_EQ("$.channels[0].events[1]: must be a string", EventsComplaint(R"(["page-faults",4])"));
+}
+
+TEST(Settings, FrequenciesAreTakenPerDevice) {
+    const Settings settings = Parsed(
+        R"({"host_frequency_khz": 2000000, "devices": [{"device_frequency_khz": 48000}, {}]})");
+
+    EXPECT_EQ(2000000, settings.devices.at(0).hostFrequencyKhz.value());
+    EXPECT_EQ(48000, settings.devices.at(0).deviceFrequencyKhz.value());
+    EXPECT_EQ(2000000, settings.devices.at(1).hostFrequencyKhz.value());
+    EXPECT_FALSE(settings.devices.at(1).deviceFrequencyKhz.has_value());
+}
+
 TEST(Settings, DuplicatesAreNamed) {
     EXPECT_EQ("$.devices[1].logical_id: is used twice",
               Complaint(R"({"devices": [{}, {"logical_id": 0, "physical_id": 4}]})"));
