@@ -235,6 +235,12 @@ TEST_F(Component, CleanupLeavesNoSessionAndNoTask) {
     EXPECT_TRUE(log.Has('E', "TaskManager is not inited yet"));
 }
 
+TEST_F(Component, CleanupThatWorksReportsNoError) {
+    EXPECT_EQ(IdeDeviceProfileCleanup(), 0);
+
+    EXPECT_EQ(log.CountOf('E'), 0u);
+}
+
 TEST_F(Component, CleanupEndsSessionsBeforeTasks) {
     const auto transport = std::make_shared<MemoryTransport>();
     ASSERT_NE(TaskManager::Instance().CreateTask(2, "2_job", transport), nullptr);
