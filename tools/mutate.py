@@ -37,13 +37,13 @@ ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), ".."))
 # Below -O2 only the changed file: all others come from the compiler cache of ordinary builds.
 LAUNCHER = "#!/bin/sh\nexec {cache} \"$@\" $TIV_MUTANT_FLAGS\n"
 MUTANT_FLAGS = "-O0 -w"
-# In the private namespace: /tmp in memory with the copy in it, all other disks read-only, and a
-# process tree that ends whole.
+# In the private namespace: /tmp in memory with the copy in it, all that is not private read-only,
+# /dev too, and a process tree that ends whole.
 INSIDE = """cd "$1" && mount -t tmpfs -o size=2g tiv-mutants /tmp && mkdir -p "$1" &&
 mount -c --bind . "$1" && cd /tmp && shift || exit 99
-while read -r _ at type _; do
-    case $type in
-        *tmpfs | proc | sysfs | devpts | cgroup* | mqueue) ;;
+while read -r source at type _; do
+    case $source:$type in
+        tiv-* | *:proc | *:sysfs | *:devpts) ;;
         *) mount -o remount,bind,ro "$at" ;;
     esac
 done </proc/mounts 2>/dev/null
