@@ -114,6 +114,31 @@ TEST_F(ExportCommand, PlaceThatCannotBeWrittenExits1) {
               tivctl_->Errors());
 }
 
+// A file named over a device would end the device for the whole machine.
+TEST_F(ExportCommand, NothingIsNamedOverWhatIsNoFile) {
+    const std::string pipe = directory_.Path("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    std::filesystem::create_symlink(pipe, directory_.Path("link"));
+    for (const std::string format : {"sqlite", "perfetto"}) {
+        EXPECT_EQ(1,
+                  Export({Golden("complete"), "--to", format, "--output", directory_.Path("link")}))
+            << format;
+        EXPECT_EQ("tivctl: cannot write " + directory_.Path("link") +
+                      ": it is not a file; choose another place with --output\n",
+                  tivctl_->Errors());
+        EXPECT_TRUE(std::filesystem::is_symlink(directory_.Path("link")));
+    }
+}
+
+TEST_F(ExportCommand, DirectoryInPlaceOfTheFileIsToldBeforeTheWork) {
+    for (const std::string format : {"sqlite", "perfetto"}) {
+        EXPECT_EQ(1, Export({Golden("complete"), "--to", format, "--output", directory_.Path()}));
+        EXPECT_EQ("tivctl: cannot write " + directory_.Path() +
+                      ": it is a directory; choose another place with --output\n",
+                  tivctl_->Errors());
+    }
+}
+
 TEST(ExportResult, CancelledExportLeavesNothing) {
     const TempDir directory;
     ExportWatch whileReading;

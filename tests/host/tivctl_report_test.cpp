@@ -1,4 +1,6 @@
 // tivctl report and tivctl info as programs.
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -51,6 +53,20 @@ TEST_F(ReportCommand, TellsWhereThePageIs) {
     EXPECT_EQ(path + "\n", tivctl_->Output());
     EXPECT_EQ("", tivctl_->Errors());
     EXPECT_EQ("complete", DataOf(path).model["state"]);
+}
+
+// A page named over a device would end the device for the whole machine.
+TEST_F(ReportCommand, PageIsNotNamedOverWhatIsNoFile) {
+    const std::string pipe = directory_.Path("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    std::filesystem::create_symlink(pipe, directory_.Path("link"));
+
+    EXPECT_EQ(1, Run({"report", Golden("complete"), "--output", directory_.Path("link")}));
+
+    EXPECT_EQ("tivctl: cannot write " + directory_.Path("link") +
+                  ": it is not a file; choose another place with --output\n",
+              tivctl_->Errors());
+    EXPECT_TRUE(std::filesystem::is_symlink(directory_.Path("link")));
 }
 
 TEST_F(ReportCommand, WithoutAPlaceThePageGoesIntoTheResultAndIsNoPartOfIt) {

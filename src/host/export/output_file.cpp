@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/output_place.h"
+
 namespace tiv::host {
 
 namespace {
@@ -33,6 +35,10 @@ void OutputFile::Fail(const char* what, int reason) {
 }
 
 bool OutputFile::Open() {
+    error_ = WhyNoFileFits(path_);
+    if (!error_.empty()) {
+        return false;
+    }
     fd_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
     if (fd_ < 0) {
         Fail("write", errno);

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/output_place.h"
+
 namespace tiv::host {
 
 namespace {
@@ -96,6 +98,10 @@ SqliteExporter::~SqliteExporter() {
 }
 
 bool SqliteExporter::Open() {
+    error_ = WhyNoFileFits(path_);
+    if (!error_.empty()) {
+        return false;
+    }
     if (unlink(temporary_.c_str()) != 0 && errno != ENOENT) {
         error_ = fmt::format("cannot write {}: {}", temporary_, std::strerror(errno));
         return false;

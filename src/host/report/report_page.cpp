@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "host/output_place.h"
 #include "host/report/page_assets.h"
 #include "host/report/page_block.h"
 #include "host/report/report_model.h"
@@ -56,6 +57,9 @@ std::string_view ContentOf(std::string_view place, std::string_view policy, std:
 }
 
 std::string WritePage(const std::string& path, const std::string& page) {
+    if (const std::string problem = WhyNoFileFits(path); !problem.empty()) {
+        return problem;
+    }
     const std::string temporary = path + ".new";
     std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
     file << page;
