@@ -286,9 +286,10 @@ bool Collector::StopAll() {
 // The rest of the data may take long on a slow link; Ctrl-C alone does not cut it off.
 void Collector::SayHowToLeave() {
     if (stop_.Asked() && !saidHowToLeave_) {
-        Report(command_.Running()
-                   ? "the job ends when the command does; press Ctrl-C again to leave at once"
-                   : "ending the job; press Ctrl-C again to leave at once");
+        Report(fmt::format(
+            "{}; press Ctrl-C again to leave at once: what came so far stays in {}",
+            command_.Running() ? "the job ends when the command does" : "ending the job",
+            directory_));
         saidHowToLeave_ = true;
     }
 }

@@ -211,9 +211,9 @@ TEST_F(TivctlTest, DeviceThatFallsSilentAfterTheStopIsGivenUpAndItsDataKept) {
     Listen(0);
     Collect({"--duration", "0s", "--drain-timeout", "1s"});
     Begin();
+    data_->Send(ChunkMessage("data/a", "one"));
     EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
     EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
-    data_->Send(ChunkMessage("data/a", "one"));
 
     EXPECT_EQ(4, tivctl_->Wait());
 
@@ -375,8 +375,11 @@ TEST_F(TivctlTest, CtrlCDuringTheCollectionEndsTheJobProperlyAndKeepsTheData) {
 
     EXPECT_EQ(true, Manifest()["stoppedEarly"]);
     EXPECT_EQ("complete", Manifest()["state"]);
-    EXPECT_NE(std::string::npos,
-              tivctl_->Errors().find("ending the job; press Ctrl-C again to leave at once"));
+    EXPECT_NE(
+        std::string::npos,
+        tivctl_->Errors().find("ending the job; press Ctrl-C again to leave at once: what came "
+                               "so far stays in " +
+                               Result() + "\n"));
 }
 
 TEST_F(TivctlTest, FirstCtrlCDuringTheDrainGoesOnAndTheSecondLeavesAtOnce) {
