@@ -171,12 +171,13 @@ TEST(Json, MergeOfAnotherValueChangesNothing) {
     Json document(R"({"a":1})");
     JsonValue value;
     value = int32_t{5};
+    RecordedLog::Instance().Clear();
 
     document.Merge(value);
 
     EXPECT_EQ(document.ToString(), R"({"a":1})");
-    EXPECT_TRUE(
-        RecordedLog::Instance().Has('E', "Cannot assign a JsonValue without Object type to Json"));
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('E'),
+              std::vector<std::string>{"Cannot assign a JsonValue without Object type to Json"});
 }
 
 TEST(Json, MergeOfTheDocumentWithItselfChangesNothing) {

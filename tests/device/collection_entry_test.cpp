@@ -11,6 +11,7 @@
 namespace tiv::test {
 namespace {
 
+using analysis::rokt::device::CollectionEntry;
 using analysis::rokt::device::Receiver;
 using Analysis::Rokt::TaskHandle::TaskRelationshipMgr;
 
@@ -20,6 +21,15 @@ TEST_F(Handshake, EntryThatIsNotInitedGivesNoReply) {
     entry.Uninit();
 
     EXPECT_EQ(OpenControl(session, "job"), -1);
+
+    EXPECT_TRUE(log.Has('E', "Collection Entry was not inited."));
+    EXPECT_TRUE(session->Sent().empty());
+}
+
+TEST_F(Handshake, EntryThatWasNeverInitedGivesNoReply) {
+    CollectionEntry fresh;
+
+    EXPECT_EQ(fresh.Handle(session, Encode(CtrlHandshake("job", 5, "")), 2), -1);
 
     EXPECT_TRUE(log.Has('E', "Collection Entry was not inited."));
     EXPECT_TRUE(session->Sent().empty());
