@@ -3,9 +3,7 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <iterator>
-#include <system_error>
 
 namespace tiv::host {
 
@@ -30,15 +28,13 @@ CsvExporter::CsvExporter(std::string directory)
     : RowExporter(static_cast<CellSink&>(*this)), directory_(std::move(directory)) {}
 
 bool CsvExporter::Open() {
-    std::error_code reason;
-    std::filesystem::create_directory(directory_, reason);
-    if (reason) {
-        error_ = fmt::format("cannot make the directory {}: {}", directory_, reason.message());
+    error_ = directory_.Make();
+    if (!error_.empty()) {
         return false;
     }
     for (const TableSpec& spec : TableSpecs()) {
         files_.push_back(
-            std::make_unique<OutputFile>(fmt::format("{}/{}.csv", directory_, spec.name)));
+            std::make_unique<OutputFile>(fmt::format("{}/{}.csv", directory_.Path(), spec.name)));
         if (!files_.back()->Open()) {
             return false;
         }

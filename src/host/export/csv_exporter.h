@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/export/output_directory.h"
 #include "host/export/output_file.h"
 #include "host/export/row_exporter.h"
 
@@ -38,7 +39,7 @@ class CsvExporter : private CellSink, public RowExporter {
     void EndRow() override;
     void Separate();
 
-    const std::string directory_;
+    OutputDirectory directory_;  // outlives its files
     std::string error_;
     std::vector<std::unique_ptr<OutputFile>> files_;  // in the order of Table
     OutputFile* file_ = nullptr;                      // of the row in hand

@@ -4,8 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "host/export/stack_table.h"
 
@@ -32,11 +30,7 @@ std::string FileName(std::string_view event) {
 }  // namespace
 
 bool FoldedExporter::Open() {
-    std::error_code reason;
-    std::filesystem::create_directory(directory_, reason);
-    if (reason) {
-        error_ = fmt::format("cannot make the directory {}: {}", directory_, reason.message());
-    }
+    error_ = directory_.Make();
     return error_.empty();
 }
 
@@ -69,7 +63,7 @@ FoldedExporter::Event* FoldedExporter::EventOf(std::string_view name) {
     if (events_.size() >= MAX_EVENTS) {
         return nullptr;
     }
-    auto event = std::make_unique<Event>(fmt::format("{}/{}.folded", directory_, fileName));
+    auto event = std::make_unique<Event>(fmt::format("{}/{}.folded", directory_.Path(), fileName));
     Event* made = event.get();
     events_.emplace(fileName, std::move(event));
     return made->file.Open() && made->scratch.Open() ? made : nullptr;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/export/exporter.h"
+#include "host/export/output_directory.h"
 #include "host/export/output_file.h"
 
 namespace tiv::host {
@@ -49,7 +50,7 @@ class FoldedExporter : public Exporter {
     Event* EventOf(std::string_view name);
     void Flush(Event& event);
 
-    const std::string directory_;
+    OutputDirectory directory_;  // outlives its files
     const size_t maxBytes_;
     const ResultDirectory* result_ = nullptr;
     std::string error_;
