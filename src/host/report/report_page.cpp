@@ -57,7 +57,7 @@ std::string_view ContentOf(std::string_view place, std::string_view policy, std:
 }
 
 std::string WritePage(const std::string& path, const std::string& page) {
-    if (const std::string problem = WhyNoFileFits(path); !problem.empty()) {
+    if (std::string problem = WhyNoFileFits(path); !problem.empty()) {
         return problem;
     }
     const std::string temporary = path + ".new";
