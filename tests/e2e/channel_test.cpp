@@ -335,8 +335,10 @@ TEST_F(ChannelStall, OtherControlSessionsAreServedMeanwhile) {
     const uint64_t arrived = stalled->sink.Bytes();
 
     HostJob other(link_, 1, "other");
-    ASSERT_TRUE(other.Start(SampleConfig("other", {{"sys_profiling", "on"}})).Accepted());
-    ASSERT_TRUE(other.Stop().Accepted());
+    const host::Reply started = other.Start(SampleConfig("other", {{"sys_profiling", "on"}}));
+    ASSERT_TRUE(started.Accepted()) << started.message << "\n" << daemon_->Errors();
+    const host::Reply stopped = other.Stop();
+    ASSERT_TRUE(stopped.Accepted()) << stopped.message << "\n" << daemon_->Errors();
 
     EXPECT_EQ(other.data->GetState(), DataSession::State::COMPLETE);
     EXPECT_EQ(stalled->sink.Bytes(), arrived);
@@ -369,8 +371,10 @@ TEST_F(ChannelStall, StopOfAStalledJobHoldsOthersUpNoLongerThanTheLimit) {
 
     // Each answer has to come within 30 seconds; the host of the first job reads nothing for good.
     HostJob other(link_, 1, "other");
-    ASSERT_TRUE(other.Start(SampleConfig("other", {{"sys_profiling", "on"}})).Accepted());
-    ASSERT_TRUE(other.Stop().Accepted());
+    const host::Reply started = other.Start(SampleConfig("other", {{"sys_profiling", "on"}}));
+    ASSERT_TRUE(started.Accepted()) << started.message << "\n" << daemon_->Errors();
+    const host::Reply stopped = other.Stop();
+    ASSERT_TRUE(stopped.Accepted()) << stopped.message << "\n" << daemon_->Errors();
 
     EXPECT_EQ(other.data->GetState(), DataSession::State::COMPLETE);
     ASSERT_TRUE(daemon_->WaitForError("Hdc Send, error"));
