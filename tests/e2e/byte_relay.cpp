@@ -25,8 +25,9 @@ int NewSocket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
 
 }  // namespace
 
-ByteRelay::ByteRelay(const std::string& path, const std::string& target)
-    : target_(target), listener_(NewSocket()) {
+ByteRelay::ByteRelay(const std::string& path, const std::string& target,
+                     const std::string& stallWord)
+    : target_(target), stallWord_(stallWord), listener_(NewSocket()) {
     const struct sockaddr_un address = AddressOf(path);
     (void)bind(listener_, reinterpret_cast<const struct sockaddr*>(&address), sizeof(address));
     (void)listen(listener_, BACKLOG);

@@ -14,17 +14,15 @@ namespace tiv::e2e {
 // arrives on one side goes out on the other in one system call a byte, as a remote link may cut a
 // stream anywhere. An end on either side ends both. The destructor ends all connections.
 //
-// It can play a link that stalls: behind a word from the host nothing gets through any more, in no
-// direction and on no connection, and every connection stays open.
+// It can play a link that stalls: once `stallWord` has gone to the target in one piece, nothing
+// gets through any more, in no direction and on no connection, and every connection stays open.
 class ByteRelay {
  public:
-    ByteRelay(const std::string& path, const std::string& target);
+    ByteRelay(const std::string& path, const std::string& target,
+              const std::string& stallWord = "");
     ~ByteRelay();
     ByteRelay(const ByteRelay&) = delete;
     ByteRelay& operator=(const ByteRelay&) = delete;
-
-    // Stalls once `word` has gone to the target in one piece. Before the first connection.
-    void StallBehind(const std::string& word) { stallWord_ = word; }
 
     // Bytes forwarded so far, both ways.
     [[nodiscard]] uint64_t Bytes() const { return bytes_; }
@@ -34,7 +32,7 @@ class ByteRelay {
     void Forward(int from, int to, const std::string& stallWord);
 
     const std::string target_;
-    std::string stallWord_;
+    const std::string stallWord_;
     std::atomic<bool> stalled_{false};
     std::atomic<uint64_t> bytes_{0};
     int listener_ = -1;

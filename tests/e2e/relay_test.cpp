@@ -31,10 +31,10 @@ uint64_t Samples(const std::string& stream) {
 class Relay : public DaemonTest {
  protected:
     // The daemon keeps its runtime directory; this process and tivctl see the relay's.
-    void StartRelay() {
+    void StartRelay(const std::string& stallWord = "") {
         const std::string directory = directory_.MakeDir("relay");
         StartDaemon();
-        relay_ = std::make_unique<ByteRelay>(directory + "/hdc_0_4.sock", SocketPath(0));
+        relay_ = std::make_unique<ByteRelay>(directory + "/hdc_0_4.sock", SocketPath(0), stallWord);
         ASSERT_EQ(setenv("TIV_RUNTIME_DIR", directory.c_str(), 1), 0);
     }
 
@@ -97,8 +97,7 @@ TEST_F(Relay, EndOfTheRelayIsTheEndOfTheJob) {
 }
 
 TEST_F(Relay, LinkThatStallsAfterTheStopIsGivenUpAndWhatArrivedIsKept) {
-    StartRelay();
-    relay_->StallBehind("JobStopReq");
+    StartRelay("JobStopReq");
     const std::string output = directory_.MakeDir("results");
     const auto tivctl = Tivctl(
         {"collect", "--cpu", "--duration", "1h", "--drain-timeout", "1s", "--output", output});

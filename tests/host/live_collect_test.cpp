@@ -83,9 +83,10 @@ TEST_F(LiveCollectTest, KeyThatQuitsEndsTheCommand) {
 }
 
 TEST_F(LiveCollectTest, TerminalThatNobodyReadsCostsNoChunk) {
+    constexpr int CHUNKS = 6000;
     CollectLive({"--duration", "1h"}, 200, 3000);
     uint64_t bytes = 0;
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < CHUNKS; ++i) {
         const std::string data =
             Record(SECOND_NS, 0, ProcessStat(7, "p" + std::to_string(i), 0, 0));
         data_->Send(ChunkMessage(fmt::format("data/{}-CpuUsage.data", i % 2500 + 1), data));
@@ -100,7 +101,7 @@ TEST_F(LiveCollectTest, TerminalThatNobodyReadsCostsNoChunk) {
     EXPECT_EQ(0, terminal_->Wait());
 
     EXPECT_EQ("complete", Manifest()["state"]);
-    EXPECT_EQ(20000, Manifest()["devices"][0]["chunks"]);
+    EXPECT_EQ(CHUNKS, Manifest()["devices"][0]["chunks"]);
     EXPECT_EQ(bytes, Manifest()["devices"][0]["bytes"]);
 }
 
