@@ -83,7 +83,7 @@ TEST_F(LiveCollectTest, KeyThatQuitsEndsTheCommand) {
 }
 
 TEST_F(LiveCollectTest, TerminalThatNobodyReadsCostsNoChunk) {
-    constexpr int CHUNKS = 6000;
+    constexpr int CHUNKS = 3000;
     CollectLive({"--duration", "1h"}, 200, 3000);
     uint64_t bytes = 0;
     for (int i = 0; i < CHUNKS; ++i) {
