@@ -125,6 +125,7 @@ TEST_F(ControlSessionTest, CloseBetweenTwoPacketsIsNoErrorInTheLog) {
     Answer(0);
     EXPECT_TRUE(session_->WaitForReply(std::chrono::seconds(30)).Accepted());
     session_.reset();
+    FakeDriver::Instance().halHdcRecv = receive;
 
     EXPECT_FALSE(test::RecordedLog::Instance().Contains('E', "session is nullptr"));
 }
