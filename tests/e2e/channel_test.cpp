@@ -28,6 +28,11 @@ constexpr uint64_t QUEUED_CHUNKS = 512;
 constexpr uint64_t HEADER = 72;
 // Ring of the channel, buffers of the reader and of the link, and the rest of the process.
 constexpr uint64_t BESIDE_THE_QUEUE = 96 * MIB;
+// A stall that is one before the queue is full, and a source that gives more than that.
+constexpr uint64_t STALL = 64 * CHUNK;
+constexpr char MORE_THAN_A_STALL[] = R"(,"limit_bytes":500000000)";
+// The queue fills up before the driver gives the session up, however slow the machine is.
+constexpr char PATIENT_DRIVER[] = R"(,"stall_limit_ms":600000)";
 constexpr int EXIT_INCOMPLETE = 4;
 
 // The sanitizers of this build. The thread sanitizer is clang's.
@@ -116,12 +121,13 @@ class ChannelSegments : public ChannelPath, public testing::WithParamInterface<u
 
 class ChannelStall : public ChannelPath {
  protected:
-    // A job whose host reads nothing, when every queue on its way is full.
-    std::unique_ptr<ChannelJob> StalledJob() {
+    // A job whose host reads nothing, when so much waits in the daemon: what the host's side of the
+    // link takes has long been full. By default every queue on the way is.
+    std::unique_ptr<ChannelJob> StalledJob(uint64_t waiting = QUEUED_CHUNKS * CHUNK) {
         auto job = std::make_unique<ChannelJob>(link_, 0, "stalled");
         job->sink.Hold();
         EXPECT_TRUE(job->Start().Accepted());
-        EXPECT_TRUE(Eventually([&] { return StatusBytes("VmRSS") >= QUEUED_CHUNKS * CHUNK; }));
+        EXPECT_TRUE(Eventually([&] { return StatusBytes("VmRSS") >= waiting; }));
         return job;
     }
 };
@@ -290,7 +296,7 @@ TEST_F(ChannelPath, TivctlWritesEveryNumberOfFourDevices) {
 
 TEST_F(ChannelStall, FillsTheQueuesToTheirBoundAndEverythingArrivesBehindIt) {
     SKIP_WITH_A_SANITIZER();
-    ConfigureDriver(CounterConfig(1));
+    ConfigureDriver(CounterConfig(1, "", PATIENT_DRIVER));
     StartDaemon();
     const auto job = StalledJob();
 
@@ -308,7 +314,7 @@ TEST_F(ChannelStall, FillsTheQueuesToTheirBoundAndEverythingArrivesBehindIt) {
 
 TEST_F(ChannelStall, NoThreadOfTheDaemonSpins) {
     SKIP_WITH_THE_THREAD_SANITIZER();
-    ConfigureDriver(CounterConfig(1));
+    ConfigureDriver(CounterConfig(1, "", PATIENT_DRIVER));
     StartDaemon();
     const auto job = StalledJob();
     // The last chunk on its way into the queue.
@@ -329,9 +335,9 @@ TEST_F(ChannelStall, NoThreadOfTheDaemonSpins) {
 }
 
 TEST_F(ChannelStall, OtherControlSessionsAreServedMeanwhile) {
-    ConfigureDriver(CounterConfig(2));
+    ConfigureDriver(CounterConfig(2, MORE_THAN_A_STALL, PATIENT_DRIVER));
     StartDaemon(2);
-    const auto stalled = StalledJob();
+    const auto stalled = StalledJob(STALL);
     const uint64_t arrived = stalled->sink.Bytes();
 
     HostJob other(link_, 1, "other");
@@ -363,9 +369,9 @@ TEST_F(ChannelStall, BeyondTheLimitEndsTheSessionWithoutAFinish) {
 
 TEST_F(ChannelStall, StopOfAStalledJobHoldsOthersUpNoLongerThanTheLimit) {
     SKIP_WITH_THE_THREAD_SANITIZER();
-    ConfigureDriver(CounterConfig(2, "", R"(,"stall_limit_ms":4000)"));
+    ConfigureDriver(CounterConfig(2, "", R"(,"stall_limit_ms":8000)"));
     StartDaemon(2);
-    const auto stalled = StalledJob();
+    const auto stalled = StalledJob(STALL);
     ASSERT_TRUE(stalled->control->SendStopJob());
     ASSERT_TRUE(daemon_->WaitForError("channel stopped: device=0"));
 
