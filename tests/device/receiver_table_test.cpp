@@ -203,5 +203,27 @@ TEST_F(ReceiverRows, ClosedTableFilesNothing) {
     EXPECT_EQ(table.GetReceiver("job", 0), nullptr);
 }
 
+// The table as its heir sees it.
+class OpenTable : public analysis::rokt::device::ReceiverTable {
+ public:
+    using ReceiverTable::ForgetReceiver;
+};
+
+TEST_F(ReceiverRows, ForgettingAReceiverLeavesTheRowsOfOthers) {
+    OpenTable rows;
+    const auto filed = MakeReceiver(session);
+    const auto gone = MakeReceiver(std::make_shared<MemoryTransport>());
+    rows.AddReceiver("", "job", 0, filed);
+
+    rows.ForgetReceiver("dropped meanwhile", 0, gone);
+    rows.ForgetReceiver("job", 1, gone);
+    rows.ForgetReceiver("job", 0, gone);
+
+    EXPECT_EQ(rows.GetReceiver("job", 0), filed);
+    rows.ForgetReceiver("job", 0, filed);
+    EXPECT_EQ(rows.GetReceiver("job", 0), nullptr);
+    EXPECT_FALSE(session->Closed());
+}
+
 }  // namespace
 }  // namespace tiv::test

@@ -187,6 +187,30 @@ TEST_F(ReceiverThread, ReadThatGivesNoPacketEndsTheSessionLikeALoss) {
     EXPECT_TRUE(log.Has('W', "devIdOnHost(0) Failed to recv packet from host"));
 }
 
+// Sends only.
+class OneWayTransport : public analysis::rokt::transport::ITransport {
+ public:
+    int SendBuffer(const void* /* buffer */, int length) override { return length; }
+    int SendBuffer(const std::shared_ptr<analysis::rokt::ProfileFileChunk>& /* chunk */) override {
+        return 0;
+    }
+    int CloseSession() override { return 0; }
+    void Hook0() override {}
+};
+
+TEST_F(ReceiverThread, SessionThatGivesNoPacketsEndsLikeALoss) {
+    const auto oneWay = std::make_shared<OneWayTransport>();
+    Receiver mute(oneWay);
+    ASSERT_EQ(mute.Init(0), 0);
+    ASSERT_NE(TaskManager::Instance().CreateTask(0, "0_job", oneWay), nullptr);
+
+    mute.Run({});
+
+    EXPECT_TRUE(log.Has('W', "devIdOnHost(-1) Failed to recv packet from host"));
+    EXPECT_FALSE(HasTask("0_job"));
+    EXPECT_TRUE(mute.IsQuit());
+}
+
 TEST_F(ReceiverThread, EveryPacketIsGivenBack) {
     StartReceiver();
 
