@@ -121,11 +121,16 @@ class Bench:
         environment = {**os.environ, "TIV_MUTANT_FLAGS": flags,
                        "CCACHE_BASEDIR": self.tree, "CCACHE_NOHASHDIR": "1",
                        "CCACHE_SLOPPINESS": "include_file_ctime,include_file_mtime"}
-        done = subprocess.run(
+        process = subprocess.Popen(
             ["ninja", "-C", self.build_dir, f"-j{self.jobs}", *(name for _, name in programs)],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
-            check=False, env=environment)
-        return None if done.returncode == 0 else done.stdout
+            env=environment, start_new_session=True)
+        try:
+            output = process.communicate()[0]
+        finally:
+            # A compiler that outlived an interruption would file the restored source as the mutant.
+            end_group(process)
+        return None if process.returncode == 0 else output
 
     def run(self, command, seconds):
         """(status, output) of a command in the namespace; status None when it took too long."""
