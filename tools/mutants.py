@@ -27,6 +27,12 @@ ANY_ASSIGNMENT = re.compile(r"\*?((\w+)[\w.\->\[\]]*) = (.*);")
 # A record and its JSON object, whose members have no order: each field is handled on its own.
 RECORD_AND_OBJECT = re.compile(r".*\b(ToObject\(Json&|FromObject\(const Json&) \w+\).*")
 LOG_LINE = re.compile(r"TIV_(LOG[A-Z]|EVENT)\((.*)\);")
+# A generated message keeps its fields by their numbers: the object, the field, its value.
+FIELD = re.compile(r"(\w+)(?:->|\.)set_(\w+)\(([^()]*)\);")
+UNLOCK = re.compile(r"(\w+)\.Unlock\(\);")
+# What a function does behind its last action.
+END = re.compile(r"(return( (-?\w+|\w+::\w+))?;)?\}")
+DECLARATION = re.compile(r"(const |auto\b|[\w:]+(<.*>)?[*&]? +\w+( = |\(|\{|;)).*")
 
 Mutant = namedtuple("Mutant", "number file line operator original mutated lines")
 
@@ -195,6 +201,9 @@ class Source:
         texts = [line.strip() for line in self.code[at:at + 2]]
         if RECORD_AND_OBJECT.fullmatch(self.head(at)):
             return False
+        fields = [FIELD.fullmatch(text) for text in texts]
+        if all(fields) and fields[0].group(1) == fields[1].group(1):
+            return fields[0].group(2) == fields[1].group(2)
         one, two = (ANY_ASSIGNMENT.fullmatch(text) for text in texts)
         if one and two:
             # A call cannot see an object of this function that isn't given to it.
@@ -205,12 +214,25 @@ class Source:
         return not (assigned and log and not calls(log.group(2)) and not calls(assigned.group(3))
                     and not names(log.group(2), assigned.group(2)))
 
+    def ends_with_its_lock(self, at):
+        """Whether an Unlock is the last action of a function whose last object is the lock."""
+        unlock = UNLOCK.fullmatch(self.code[at].strip())
+        behind = "".join(line.strip() for line in self.code[at + 1:at + 3])
+        if not unlock or not END.match(behind):
+            return False
+        made = re.compile(rf"(\w+::)*MutexLock {unlock.group(1)}\(.*\);")
+        indent = re.match(r"\s*", self.code[at]).group()
+        for line in reversed(self.code[:at]):
+            if line.startswith(indent) and DECLARATION.fullmatch(line[len(indent):]):
+                return bool(made.fullmatch(line[len(indent):]))
+        return False
+
     def matters(self, at, operator, lines):
         """Whether a change of a line is a change of the program, as far as its text tells."""
         if ANNOTATION.sub("", self.lines[at]) == ANNOTATION.sub("", lines[0]):
             return False
         if operator == "drop":
-            return not UNUSED.fullmatch(self.code[at].strip())
+            return not UNUSED.fullmatch(self.code[at].strip()) and not self.ends_with_its_lock(at)
         return operator != "swap" or self.has_order(at)
 
     def changes(self, at):

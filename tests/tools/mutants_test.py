@@ -4,8 +4,12 @@ import contextlib
 import io
 import itertools
 import os
+import subprocess
 import sys
+import tempfile
+import time
 import unittest
+from unittest import mock
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tools"))
 
@@ -164,6 +168,12 @@ class Order(unittest.TestCase):
         for head in ("void A::ToObject(Json& b) const {", "void A::FromObject(const Json& b) {"):
             self.assertFalse(mutants.Source("a.cpp", head + "\n    F(b);\n    G(b);").has_order(1))
 
+    def test_fields_of_a_generated_message_have_none(self):
+        self.assertFalse(order("a->set_b(c);", "a->set_d(e.f);"))
+        self.assertTrue(order("a.set_b(c);", "a.set_b(e);"))
+        self.assertTrue(order("a.set_b(c);", "d.set_e(c);"))
+        self.assertTrue(order("a.set_b(c);", "a.set_d(F());"))
+
     def test_message_has_none_with_what_it_does_not_tell(self):
         self.assertFalse(order('TIV_LOGE("a is %d", b);', "c.d = e;"))
         self.assertFalse(order("c.d = e;", 'TIV_EVENT("a");'))
@@ -171,6 +181,36 @@ class Order(unittest.TestCase):
         self.assertTrue(order("a.b = c;", 'TIV_LOGE("a is %d", a.d);'))
         self.assertTrue(order("a = b;", 'TIV_LOGE("a is %d", F());'))
         self.assertTrue(order("a = F();", 'TIV_LOGE("a");'))
+
+
+def unlocks_last(*lines):
+    """Whether the Unlock among the lines of a function does what its end does."""
+    source = mutants.Source("a.cpp", "\n".join(["void F() {"] + list(lines) + ["}"]))
+    return source.ends_with_its_lock(1 + lines.index("    a.Unlock();"))
+
+
+class Unlocks(unittest.TestCase):
+    lock = "    tiv::MutexLock a(b);"
+    unlock = "    a.Unlock();"
+
+    def test_lock_that_was_made_last_goes_first(self):
+        self.assertTrue(unlocks_last("    A c;", self.lock, "    d.swap(e);", self.unlock))
+        self.assertTrue(unlocks_last(self.lock, self.unlock, "    return 0;"))
+        self.assertTrue(unlocks_last(self.lock, "    for (;;) {", "        A c;", "    }",
+                                     self.unlock))
+
+    def test_what_was_made_behind_the_lock_goes_before_it(self):
+        for line in ("A c;", "const auto c = d;", "A<B> c(d);", "tiv::MutexLock c(d);"):
+            self.assertFalse(unlocks_last(self.lock, "    " + line, self.unlock), line)
+
+    def test_what_is_done_behind_it_is_done_without_the_lock(self):
+        self.assertFalse(unlocks_last(self.lock, self.unlock, "    F();"))
+        self.assertFalse(unlocks_last(self.lock, self.unlock, "    return F();"))
+
+    def test_lock_of_an_outer_block_lasts_longer(self):
+        lines = ("void F() {", self.lock, "    if (c) {", "    " + self.unlock, "    }", "    G();")
+        source = mutants.Source("a.cpp", "\n".join(lines))
+        self.assertFalse(source.ends_with_its_lock(3))
 
 
 class Draw(unittest.TestCase):
@@ -205,6 +245,46 @@ class Draw(unittest.TestCase):
         drawn = list(mutants.draw([source], 1))
         self.assertEqual(["drop", "drop"], [mutant.operator for mutant in drawn])
         self.assertTrue({mutant.number for mutant in drawn} < {1, 2, 3})
+
+
+class Build(unittest.TestCase):
+    def test_compiler_ends_with_the_interrupted_build(self):
+        with tempfile.TemporaryDirectory() as work:
+            ninja = os.path.join(work, "ninja")
+            with open(ninja, "w", encoding="utf-8") as script:
+                script.write("#!/bin/sh\nsleep 600 &\n"
+                             "echo $! >$DIR/made\nmv $DIR/made $DIR/pid\nwait\n")
+            os.chmod(ninja, 0o755)
+            places = {"PATH": work + os.pathsep + os.environ["PATH"], "DIR": work}
+            with mock.patch.dict(os.environ, places):
+                compiler = self.interrupt(mutate.Bench(work, 1), os.path.join(work, "pid"))
+            self.assertTrue(has_ended(compiler))
+
+    def interrupt(self, bench, place):
+        """Stops a build as soon as its compiler runs; the compiler's process id."""
+        def stop(process):
+            process.stdout.close()
+            while not os.path.exists(place):
+                pass
+            raise KeyboardInterrupt
+        with mock.patch.object(subprocess.Popen, "communicate", stop):
+            with self.assertRaises(KeyboardInterrupt):
+                bench.build([("a", "test_a")])
+        with open(place, encoding="utf-8") as process:
+            return int(process.read())
+
+
+def has_ended(process):
+    """Whether a process is gone, or a zombie, within ten seconds."""
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:
+        try:
+            with open(f"/proc/{process}/stat", encoding="utf-8") as stat:
+                if stat.read().rsplit(")", 1)[1].split()[0] == "Z":
+                    return True
+        except (FileNotFoundError, ProcessLookupError):
+            return True
+    return False
 
 
 class Report(unittest.TestCase):
