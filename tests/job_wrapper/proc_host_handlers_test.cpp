@@ -141,6 +141,16 @@ TEST_F(ProcHostMem, EmptyOrMissingFileGivesNothing) {
     EXPECT_EQ(ReadingOf<ProcHostMemHandler>(tree.Root()), "");
 }
 
+TEST_F(ProcHostMem, FileTooLargeGivesNothing) {
+    tree.Write("4711/statm", "1 2 3\n");
+    mm.calls.Add({"mmGetFileSize", {}, 0, 1, std::nullopt, std::nullopt, 0, 536870913, false});
+
+    EXPECT_EQ(ReadingOf<ProcHostMemHandler>(tree.Root()), "");
+
+    EXPECT_TRUE(log.Has(
+        'W', "[ProcTimerHandler] Proc file(" + tree.Path("4711/statm") + ") size(536870913)"));
+}
+
 TEST_F(ProcHostNetwork, ClockAndTheLinesOfInterfaces) {
     EXPECT_EQ(ReadingOf<ProcHostNetworkHandler>(RecordedProc()),
               "time 5000000000\n"

@@ -351,6 +351,16 @@ TEST_F(ProcTimerHandlerStore, HandlerWithoutABufferSendsEachRecord) {
     EXPECT_EQ(collector.Payloads(), (std::vector<std::string>{"a", "b"}));
 }
 
+TEST_F(ProcTimerHandlerStore, HandlerThatWasNeverInitedKeepsNothing) {
+    TextHandler handler(0, 2, 100, PERIOD_NS, "", "Load.data", params, jobCtx, collector.Get());
+
+    handler.StoreData(std::string(80, 'x'));
+
+    EXPECT_EQ(handler.UsedSize(), 0U);
+    EXPECT_TRUE(collector.Payloads().empty());
+    EXPECT_EQ(log.CountOf('E'), 0U);
+}
+
 TEST_F(ProcTimerHandlerSend, ChunkNamesFileJobAndDevice) {
     const auto handler = MakePlain(64);
 

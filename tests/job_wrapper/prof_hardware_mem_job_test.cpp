@@ -46,6 +46,16 @@ class HardwareMem : public tiv::test::ChannelJobTest {
         EXPECT_EQ(Start<Job>(), 0);
         return Record();
     }
+    // The record of a job whose events were dropped between the look at them and the start.
+    template <class Job>
+    Words RecordWithoutEvents() {
+        Job job;
+        EXPECT_EQ(job.Init(cfg), 0);
+        StoreEvents(*cfg, nullptr);
+        EXPECT_EQ(job.Process(), 0);
+        (void)job.Uninit();
+        return Record();
+    }
     template <class Job>
     uint32_t ChannelOf() {
         EXPECT_EQ(Start<Job>(), 0);
@@ -276,6 +286,20 @@ TEST_F(HardwareMemRecord, LlcSkipsAnUnknownEventWithAWarning) {
     EXPECT_EQ(RecordOf<ProfLlcJob>(), (Words{20, 0}));
 
     EXPECT_TRUE(log.Has('W', "LLC event:bad not support"));
+}
+
+TEST_F(HardwareMemRecord, LlcWithoutEventsCountsNothing) {
+    params->llc_interval = 20;
+
+    EXPECT_EQ(RecordWithoutEvents<ProfLlcJob>(), (Words{20, 0}));
+
+    EXPECT_EQ(log.CountOf('W'), 0U);
+}
+
+TEST_F(HardwareMemRecord, DdrWithoutEventsHasItsHeadOnly) {
+    params->ddr_interval = 20;
+
+    EXPECT_EQ(RecordWithoutEvents<ProfDdrJob>(), (Words{20, ALL_ONES, 0}));
 }
 
 TEST_F(HardwareMemRecord, ApplicationMemoryIsView0) {
