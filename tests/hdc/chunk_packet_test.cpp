@@ -12,6 +12,10 @@ namespace tiv::test {
 using analysis::rokt::ProfileFileChunk;
 using analysis::rokt::transport::ChunkPacket;
 
+// Bytes around a packet in its memory, and the most that Trim keeps.
+constexpr size_t ROOM_AROUND = 16 + 3;
+constexpr size_t KEPT = 8388608;
+
 class ChunkPackets : public HdcFixture {
  protected:
     std::string Value() const { return {packet.Packet()->value, packet.ValueLength()}; }
@@ -153,22 +157,35 @@ TEST_F(ChunkPackets, MemoryServesTheNextChunk) {
     WatchMallocs(0);
 }
 
+TEST_F(ChunkPackets, MemoryServesAPacketThatFillsIt) {
+    constexpr size_t MEMORY = 262144;
+    Build(*MakeChunk(std::string(200000, 'x')));
+    const size_t otherBytes = packet.PacketLength() - 200000;
+    const auto filling = MakeChunk(std::string(MEMORY - ROOM_AROUND - otherBytes, 'x'));
+    Build(*filling);
+    WatchMallocs(MEMORY);
+
+    Build(*filling);
+
+    EXPECT_EQ(WatchedMallocs(), 0U);
+    WatchMallocs(0);
+}
+
 TEST_F(ChunkPackets, TrimKeepsWhatIsUsualAndDropsWhatIsHuge) {
     Build(*MakeChunk(Pattern(200000)));
     const IdeTlvReq* usual = packet.Packet();
     packet.Trim();
     EXPECT_EQ(packet.Packet(), usual);
 
-    Build(*MakeChunk(std::string(ChunkPacket::KEEP_LIMIT, 'x')));
+    Build(*MakeChunk(std::string(KEPT, 'x')));
     packet.Trim();
     EXPECT_EQ(packet.Packet(), nullptr);
 }
 
 TEST_F(ChunkPackets, TrimKeepsWhatJustFitsIntoTheLimit) {
-    constexpr size_t ROOM_AROUND = 16 + 3;
-    Build(*MakeChunk(std::string(ChunkPacket::KEEP_LIMIT - 1000, 'x')));
-    const size_t otherBytes = packet.PacketLength() - (ChunkPacket::KEEP_LIMIT - 1000);
-    const size_t fitting = ChunkPacket::KEEP_LIMIT - ROOM_AROUND - otherBytes;
+    Build(*MakeChunk(std::string(KEPT - 1000, 'x')));
+    const size_t otherBytes = packet.PacketLength() - (KEPT - 1000);
+    const size_t fitting = KEPT - ROOM_AROUND - otherBytes;
 
     ChunkPacket kept;
     ASSERT_EQ(kept.Build(*MakeChunk(std::string(fitting, 'x'))), 0);

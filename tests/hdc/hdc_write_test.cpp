@@ -195,6 +195,7 @@ TEST_F(HdcWriting, SecondWriteOfAThreadAllocatesNoFragmentBuffer) {
     EXPECT_EQ(Write(Pattern(3 * CAPACITY)), 0);
     WatchMallocs(SEGMENT);
 
+    EXPECT_EQ(Write(Pattern(3 * CAPACITY)), 0);
     EXPECT_EQ(HdcWrite(session, "abcdef", 6), 0);
 
     EXPECT_EQ(WatchedMallocs(), 0U);
