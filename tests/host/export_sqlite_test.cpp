@@ -1,14 +1,12 @@
 // Results as a database.
-#include <sys/resource.h>
-
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "host/export/sqlite_exporter.h"
 #include "host/export_bench.h"
+#include "support/scoped_limit.h"
 
 using namespace tiv::host;
 using namespace tiv::test;
@@ -169,9 +167,7 @@ TEST_F(SqliteExport, EarlierExportIsReplacedAndALeftoverIsNot) {
 }
 
 TEST_F(SqliteExport, FullDiskIsAnErrorAndLeavesNothing) {
-    (void)std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit small{64 << 10, RLIM_INFINITY};
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+    const ScopedLimit small(RLIMIT_FSIZE, 64 << 10);
 
     const ExportReport report =
         ExportResult(Golden("complete"), ExportFormat::SQLITE, directory_.Path("x.sqlite"));

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include "support/scoped_limit.h"
 
 using namespace tiv::host;
 namespace fs = std::filesystem;
@@ -107,10 +108,7 @@ TEST_F(ResultDirectory, OneNameAsFileAndDirectoryIsTheDevicesFault) {
 }
 
 TEST_F(ResultDirectory, MoreFilesThanDescriptorsWork) {
-    struct rlimit limit {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = 200;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const tiv::test::ScopedLimit few(RLIMIT_NOFILE, 200);
 
     for (int round = 0; round < 2; ++round) {
         for (int i = 0; i < 400; ++i) {
@@ -123,8 +121,7 @@ TEST_F(ResultDirectory, MoreFilesThanDescriptorsWork) {
 }
 
 TEST_F(ResultDirectory, ShortageOfDescriptorsClosesOwnFilesFirst) {
-    const struct rlimit limit = {40, 40};
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const tiv::test::ScopedLimit few(RLIMIT_NOFILE, 40);
 
     for (int i = 0; i < 100; ++i) {
         ASSERT_TRUE(Put("data/" + std::to_string(i), "x")) << files_->Error();
@@ -168,9 +165,7 @@ TEST_F(ResultDirectory, DirectoryThatIsGoneEndsTheSession) {
 }
 
 TEST_F(ResultDirectory, FullDiskEndsTheSession) {
-    struct rlimit limit = {4, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    (void)signal(SIGXFSZ, SIG_IGN);
+    const tiv::test::ScopedLimit small(RLIMIT_FSIZE, 4);
 
     EXPECT_FALSE(Put("data/a", "more than four bytes"));
 

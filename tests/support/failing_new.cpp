@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/before_every_test.h"
+
 namespace {
 
 thread_local bool armed = false;
@@ -74,6 +76,12 @@ void Release(void* memory) {
 }  // namespace
 
 namespace tiv::test {
+
+namespace {
+
+[[maybe_unused]] const bool fresh = BeforeEveryTest([] { FailNextNewOfAtLeast(0); });
+
+}  // namespace
 
 FailingNew::FailingNew(size_t skip, size_t count) {
     toPass = skip;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "support/before_every_test.h"
+
 namespace tiv::test {
 
 namespace {
@@ -13,6 +15,8 @@ constexpr int32_t FIRST_API_VERSION = 465157;
 constexpr int64_t FIRST_CHIP = 5 << 8;
 
 uintptr_t Key(const void* handle) { return reinterpret_cast<uintptr_t>(handle); }
+
+[[maybe_unused]] const bool fresh = BeforeEveryTest([] { FakeDriver::Instance().Reset(); });
 
 }  // namespace
 

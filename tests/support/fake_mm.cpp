@@ -5,6 +5,8 @@
 
 #include <memory>
 
+#include "support/before_every_test.h"
+
 namespace tiv::test {
 
 namespace {
@@ -12,6 +14,8 @@ namespace {
 constexpr uint64_t NANO_PER_SECOND = 1000000000;
 constexpr uint32_t SMALL_STACK = 131072;
 constexpr uint64_t NANO_PER_MILLI = 1000000;
+
+[[maybe_unused]] const bool fresh = BeforeEveryTest([] { FakeMm::Instance().Reset(); });
 
 }  // namespace
 

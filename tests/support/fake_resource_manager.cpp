@@ -2,8 +2,18 @@
 #include "support/fake_resource_manager.h"
 
 #include "platform/resource_manager.h"
+#include "support/before_every_test.h"
 
 namespace tiv::test {
+
+namespace {
+
+[[maybe_unused]] const bool fresh = BeforeEveryTest([] {
+    FakeResourceManager::Instance().result = 0;
+    FakeResourceManager::Instance().calls = 0;
+});
+
+}  // namespace
 
 FakeResourceManager& FakeResourceManager::Instance() {
     static FakeResourceManager manager;

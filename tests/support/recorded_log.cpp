@@ -10,11 +10,15 @@
 #include <memory>
 #include <utility>
 
+#include "support/before_every_test.h"
+
 namespace tiv::test {
 
 namespace {
 
 constexpr std::chrono::seconds WAIT_LIMIT{10};
+
+[[maybe_unused]] const bool fresh = BeforeEveryTest([] { RecordedLog::Instance().Reset(); });
 
 std::string ThreadName() {
     char name[16] = {};
@@ -46,6 +50,14 @@ LogLine Dissect(std::string raw) {
 RecordedLog& RecordedLog::Instance() {
     static RecordedLog& log = *std::unique_ptr<RecordedLog>(new RecordedLog).release();
     return log;
+}
+
+void RecordedLog::Reset() {
+    Clear();
+    MutexLock lock(mutex_);
+    level_ = DLOG_DEBUG;
+    attrResult_ = 0;
+    initResult_ = 0;
 }
 
 void RecordedLog::Clear() {

@@ -29,6 +29,8 @@ class RecordedLog {
  public:
     static RecordedLog& Instance();
 
+    // Back to the first state: no record, everything enabled, both results 0.
+    void Reset() EXCLUDES(mutex_);
     void Clear() EXCLUDES(mutex_);
     // Lowest level that CheckLogLevel accepts: DLOG_DEBUG to DLOG_ERROR.
     void SetLevel(int32_t level) EXCLUDES(mutex_);
