@@ -165,7 +165,7 @@ bool ChannelReader::ReadRound(int64_t& executeBytes) {
 
 int ChannelReader::ReadChannel() {
     if (buffer.size() < bufSize) {
-        buffer.resize(bufSize);  // the room is reserved: pays for the missing bytes only
+        buffer.resize(bufSize);  // the room is reserved; a used buffer has its length already
     }
     int length = 0;
     {
@@ -202,8 +202,7 @@ void ChannelReader::UploadData() {
     if (chunk == nullptr) {
         return;
     }
-    buffer.resize(dataSize);
-    chunk->chunkSize = dataSize;
+    chunk->chunkSize = dataSize;  // its text keeps the buffer's length: nothing to clear next time
     chunk->chunk.swap(buffer);
     dataSize = 0;
     if (UploaderMgr::Instance().UploadData(JobId(), chunk) == -1) {

@@ -19,7 +19,7 @@ constexpr uint32_t CHANNEL_BUFFER_SIZE = 4194304;
 // chunk dies: fresh pages for every 4 MiB cost more than copying them.
 //
 // The payload of a chunk that comes out of here may hold bytes of an earlier one; the reader writes
-// over them and cuts the text to what it wrote. Room is kept only while readers are attached, four
+// over them and `chunkSize` tells how far. Room is kept only while readers are attached, four
 // buffers for each, at most 32. The pool outlives every chunk: it is never destroyed. Any thread.
 class ProfChannelBuffers {
  public:

@@ -7,10 +7,14 @@
 #include <stdexcept>
 
 #include "transport/channel_fixture.h"
+#include "transport/prof_channel_buffers.h"
 
 namespace tiv::test {
 namespace {
 
+using analysis::rokt::transport::CHANNEL_BUFFER_SIZE;
+using analysis::rokt::transport::ProfChannelBuffers;
+using analysis::rokt::transport::UploaderMgr;
 using Sizes = std::vector<uint64_t>;
 using Rooms = std::vector<int64_t>;
 
@@ -249,6 +253,18 @@ TEST_F(ChannelReaderTest, ChunkNamesFileJobAndDeviceOfTheContext) {
     EXPECT_EQ(chunk.chunk, "abc");
     EXPECT_EQ(chunk.fileName, "data/llc.data.null");
     EXPECT_EQ(chunk.extraInfo, "job1.3");
+}
+
+TEST_F(ChannelReaderTest, PartFilledBufferKeepsItsLengthForItsNextUse) {
+    OpenChannel();
+    Driver().PushChannelData(DEVICE, CHANNEL, "abc");
+    auto reader = MakeReader();
+    reader->Execute();
+    reader->Uninit();
+    ASSERT_EQ(UploaderMgr::Instance().Uninit(), 0);  // the chunk is sent and gone
+
+    ASSERT_EQ(ProfChannelBuffers::Instance().IdleCount(), 1U);
+    EXPECT_EQ(ProfChannelBuffers::Instance().MakeChunk()->chunk.size(), CHANNEL_BUFFER_SIZE);
 }
 
 TEST_F(ChannelReaderTest, ReadsAreAppended) {

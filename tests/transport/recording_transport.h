@@ -25,7 +25,7 @@ class RecordingTransport : public analysis::rokt::transport::ITransport {
         copy.chunkModule = chunk->chunkModule;
         copy.chunkSize = chunk->chunkSize;
         copy.offset = chunk->offset;
-        copy.chunk = withData_ ? chunk->chunk : "";
+        copy.chunk = withData_ ? chunk->chunk.substr(0, chunk->chunkSize) : "";
         copy.fileName = chunk->fileName;
         copy.extraInfo = chunk->extraInfo;
         MutexLock lock(mutex_);
