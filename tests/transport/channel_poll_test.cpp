@@ -1,6 +1,9 @@
 // Tests of the poll thread and its workers.
 #include "transport/channel_poll.h"
 
+#include <chrono>
+#include <thread>
+
 #include "transport/channel_poll_fixture.h"
 
 namespace tiv::test {
@@ -391,6 +394,24 @@ TEST_F(ChannelPollTest, StopLetsWorkersRunTheirQueuesEmpty) {
     EXPECT_EQ(poll.Stop(), 0);
 
     EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 2U);
+}
+
+TEST_F(ChannelPollTest, WorkersEndBehindThePollThatIsUnderWay) {
+    Driver().prof_channel_poll = [&](ProfPollPair* pairs, int32_t, int32_t) {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!poll.IsQuit() && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        pairs[0] = {DEVICE, CHANNEL};
+        return 1;
+    };
+    poll.AddReader(DEVICE, CHANNEL, MakeReader());
+    StartPoll();
+    EXPECT_TRUE(Driver().calls.WaitForCalls("prof_channel_poll", 1));
+
+    EXPECT_EQ(poll.Stop(), 0);
+
+    EXPECT_EQ(Driver().calls.Count("prof_channel_read"), 1U);
 }
 
 }  // namespace

@@ -114,6 +114,20 @@ TEST_F(ChannelBuffers, KeepsFourBuffersForEachReader) {
     EXPECT_EQ(Buffers().IdleCount(), 4U);
 }
 
+TEST_F(ChannelBuffers, GivingRoomBackTakesNoMemory) {
+    std::vector<std::shared_ptr<ProfileFileChunk>> chunks;
+    for (int i = 0; i < 32; ++i) {
+        Attach();
+        chunks.push_back(Buffers().MakeChunk());
+    }
+    const tiv::test::FailingNew failing;
+
+    chunks.clear();
+
+    EXPECT_EQ(failing.Failed(), 0U);
+    EXPECT_EQ(Buffers().IdleCount(), 32U);
+}
+
 TEST_F(ChannelBuffers, KeepsAtMost32Buffers) {
     std::vector<std::shared_ptr<ProfileFileChunk>> chunks;
     for (int i = 0; i < 33; ++i) {

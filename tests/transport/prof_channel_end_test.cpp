@@ -28,6 +28,23 @@ TEST_F(ChannelReaderEnd, UninitOutlivesAnUploadThatThrows) {
     EXPECT_TRUE(Log().Has('E', text));
 }
 
+TEST_F(ChannelReaderEnd, ReaderWithOnlyOneCounterEndsLikeAnyOther) {
+    ChannelReader reader(2, 8, "data/llc.data", jobCtx);
+    int ret = -1;
+
+    for (size_t passed = 0; ret != 0; ++passed) {
+        ASSERT_LT(passed, 32U);
+        {
+            const FailingNew failing(passed);
+            ret = reader.Init();
+        }
+        reader.Uninit();
+    }
+
+    EXPECT_EQ(Log().Count('E', "make shared failed, message: std::bad_alloc"),
+              Log().CountOf('V') - 1);
+}
+
 TEST_F(ChannelReaderEnd, UninitSaysTotalsFileAndJob) {
     auto reader = MakeReader();
     ScriptReads({10, 20, 0});

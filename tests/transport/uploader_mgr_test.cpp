@@ -70,6 +70,20 @@ TEST_F(UploaderMgrTest, CreatedUploaderRunsUnderItsName) {
     EXPECT_EQ(mm.calls.Calls("mmSetCurrentThreadName").at(0).Text("name"), "QTRX_Upld_job1");
 }
 
+TEST_F(UploaderMgrTest, CreatedUploaderHasItsNameBeforeItsThreadRuns) {
+    const auto create = mm.mmCreateTaskWithThreadAttr;
+    mm.mmCreateTaskWithThreadAttr = [&](mmThread* thread, const mmUserBlock* block,
+                                        const mmThreadAttr* attributes) {
+        const int32_t ret = create(thread, block, attributes);
+        EXPECT_TRUE(mm.calls.WaitForCalls("mmSetCurrentThreadName", 1));
+        return ret;
+    };
+
+    EXPECT_EQ(mgr->CreateUploader("job1", link, 8), 0);
+
+    EXPECT_EQ(mm.calls.Calls("mmSetCurrentThreadName").at(0).Text("name"), "QTRX_Upld_job1");
+}
+
 TEST_F(UploaderMgrTest, CreateRefusesANullTransport) {
     EXPECT_EQ(mgr->CreateUploader("job1", nullptr, 8), -1);
     EXPECT_THAT(log.Texts('E'), ElementsAre("Transport is invalid!"));
@@ -279,6 +293,19 @@ TEST_F(UploaderMgrTest, CtrlFileDataFillsEveryFieldOfItsChunk) {
     EXPECT_TRUE(chunk.isLastChunk);
     EXPECT_EQ(chunk.chunkModule, 5U);
     EXPECT_EQ(chunk.extraInfo, "job1.3");
+}
+
+TEST_F(UploaderMgrTest, CtrlFileDataWithOnlyANameIsOfModuleZeroAndNotTheLast) {
+    FileChunkInfo info;
+    info.fileName = "info.json";
+    const auto recorder = std::make_shared<RecordingTransport>();
+    ASSERT_EQ(mgr->CreateUploader("job1", recorder, 8), 0);
+
+    EXPECT_EQ(mgr->UploadCtrlFileData("job1", "abc", info, context), 0);
+
+    ASSERT_TRUE(recorder->WaitForChunks(1));
+    EXPECT_EQ(recorder->Chunks().front().chunkModule, 0U);
+    EXPECT_FALSE(recorder->Chunks().front().isLastChunk);
 }
 
 TEST_F(UploaderMgrTest, EmptyCtrlFileDataIsRefused) {
