@@ -15,7 +15,8 @@ COMPARISONS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">
                "==": ("!=",), "!=": ("==",)}
 # What only the compiler reads.
 ANNOTATION = re.compile(r"\b(__attribute__\(\(.*?\)\)|(TRY_)?ACQUIRE\(\w*\)|RELEASE\(\w*\))")
-UNUSED = re.compile(r"(static_cast<void>\(\w+\)|\(void\)\w+);")
+# va_end is for machines whose va_list takes memory.
+UNUSED = re.compile(r"(static_cast<void>\(\w+\)|\(void\)\w+|va_end\(\w+\));")
 JUMP = re.compile(r"(break|continue|return|(throw|delete)\b[^;]*);")
 # With every pair of brackets as one @. A declaration has two words side by side and isn't matched.
 EXPRESSION = re.compile(
@@ -26,6 +27,9 @@ ASSIGNMENT = re.compile(r"([\w.\->\[\]]+) = ([^@]*);")
 ANY_ASSIGNMENT = re.compile(r"\*?((\w+)[\w.\->\[\]]*) = (.*);")
 # A record and its JSON object, whose members have no order: each field is handled on its own.
 RECORD_AND_OBJECT = re.compile(r".*\b(ToObject\(Json&|FromObject\(const Json&) \w+\).*")
+ASSIGNMENT_OF_ALL = re.compile(r"(\w+) = (.*);")
+BRANCH = re.compile(
+    r"\b(if|else|for|while|switch|case|default|try|catch|return|goto|break)\b|\?|\[")
 LOG_LINE = re.compile(r"TIV_(LOG[A-Z]|EVENT)\((.*)\);")
 # A generated message keeps its fields by their numbers: the object, the field, its value.
 FIELD = re.compile(r"(\w+)(?:->|\.)set_(\w+)\(([^()]*)\);")
@@ -119,8 +123,9 @@ def names(code, name):
 
 
 def calls(code):
-    """Whether code calls anything; a conversion is no call."""
-    return bool(re.search(r"[\w>]\(", re.sub(r"\bstatic_cast<[^<>]*>", "", code)))
+    """Whether code calls anything; a conversion is no call, nor is a look at a container."""
+    code = re.sub(r"\bstatic_cast<[^<>]*>|(?<=\w)\.(size|empty|c_str|data)\(\)", "", code)
+    return bool(re.search(r"[\w>]\(", code))
 
 
 def feeds(assignment, other):
@@ -201,6 +206,8 @@ class Source:
         texts = [line.strip() for line in self.code[at:at + 2]]
         if RECORD_AND_OBJECT.fullmatch(self.head(at)):
             return False
+        if any(UNUSED.fullmatch(text) for text in texts):
+            return False
         fields = [FIELD.fullmatch(text) for text in texts]
         if all(fields) and fields[0].group(1) == fields[1].group(1):
             return fields[0].group(2) == fields[1].group(2)
@@ -227,12 +234,29 @@ class Source:
                 return bool(made.fullmatch(line[len(indent):]))
         return False
 
+    def is_written_first(self, at):
+        """Whether a variable's first value is replaced before anybody reads it."""
+        made = re.fullmatch(r"(\s+)[\w:]+ (\w+)( = \w+|\{\w+\});", self.code[at].rstrip())
+        if not made:
+            return False
+        for line in self.code[at + 1:]:
+            if names(line, made.group(2)):
+                written = ASSIGNMENT_OF_ALL.fullmatch(line.strip())
+                return bool(written and line.startswith(made.group(1)) and
+                            made.group(2) == written.group(1) and
+                            not names(written.group(2), made.group(2)))
+            if BRANCH.search(line) or not line.startswith(made.group(1)) and line.strip():
+                return False
+        return False
+
     def matters(self, at, operator, lines):
         """Whether a change of a line is a change of the program, as far as its text tells."""
         if ANNOTATION.sub("", self.lines[at]) == ANNOTATION.sub("", lines[0]):
             return False
         if operator == "drop":
             return not UNUSED.fullmatch(self.code[at].strip()) and not self.ends_with_its_lock(at)
+        if operator in ("constant", "truth"):
+            return not self.is_written_first(at)
         return operator != "swap" or self.has_order(at)
 
     def changes(self, at):

@@ -160,6 +160,7 @@ class Order(unittest.TestCase):
     def test_call_does_not_see_an_object_of_the_function(self):
         self.assertFalse(order("A a{};", "a.b = c;", "a.d = F(c);"))
         self.assertFalse(order("const A<B> a;", "a.d = F(c);", "a.b = c;"))
+        self.assertFalse(order("a->b = c->d;", "a->e = static_cast<int>(f.size());"))
         self.assertTrue(order("a.b = c;", "a.d = F(c);"))
         self.assertTrue(order("A& a = d;", "a.b = c;", "a.d = F(c);"))
         self.assertTrue(order("return a;", "a.b = c;", "a.d = F(c);"))
@@ -173,6 +174,9 @@ class Order(unittest.TestCase):
         self.assertTrue(order("a.set_b(c);", "a.set_b(e);"))
         self.assertTrue(order("a.set_b(c);", "d.set_e(c);"))
         self.assertTrue(order("a.set_b(c);", "a.set_d(F());"))
+
+    def test_end_of_an_argument_list_has_none(self):
+        self.assertFalse(order("F(a);", "va_end(a);"))
 
     def test_message_has_none_with_what_it_does_not_tell(self):
         self.assertFalse(order('TIV_LOGE("a is %d", b);', "c.d = e;"))
@@ -211,6 +215,26 @@ class Unlocks(unittest.TestCase):
         lines = ("void F() {", self.lock, "    if (c) {", "    " + self.unlock, "    }", "    G();")
         source = mutants.Source("a.cpp", "\n".join(lines))
         self.assertFalse(source.ends_with_its_lock(3))
+
+
+def written_first(*lines):
+    """Whether the first line of a function makes a variable whose value nobody reads."""
+    source = mutants.Source("a.cpp", "\n".join(["void F() {"] + ["    " + line for line in lines]))
+    return source.is_written_first(1)
+
+
+class FirstValues(unittest.TestCase):
+    def test_replaced_before_they_are_read(self):
+        self.assertTrue(written_first("int a = 0;", "a = F();"))
+        self.assertTrue(written_first("bool a{false};", "{", "    G(b);", "    a = b;", "}"))
+        self.assertTrue(written_first("int a = 0;", "do {", "    a = F();"))
+
+    def test_read_or_perhaps_not_replaced(self):
+        for lines in (("F(a);",), ("F(&a);", "a = b;"), ("a = a + 1;",), ("a += 1;",),
+                      ("if (b) {", "    a = c;"), ("b ? c : d;", "a = e;"), ("a = [&] { b(a); };",),
+                      ("while (b) {", "    a = c;"), ("try {", "    a = c;"),
+                      ("F([&] {", "    a = b;"), ("b = a = c;",), ("return b;", "a = c;")):
+            self.assertFalse(written_first("int a = 0;", *lines), lines)
 
 
 class Draw(unittest.TestCase):
