@@ -143,6 +143,9 @@ class TerminalRun {
         pid_ = fork();
         if (pid_ == 0) {
             (void)setsid();
+            for (const int signal : {SIGINT, SIGQUIT, SIGTSTP}) {
+                (void)::signal(signal, SIG_DFL);  // whoever runs the tests may ignore them
+            }
             (void)ioctl(slave, TIOCSCTTY, 0);
             for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
                 (void)dup2(slave, fd);
