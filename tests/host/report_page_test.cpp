@@ -11,6 +11,7 @@
 
 #include "host/report/page_assets.h"
 #include "host/report_decode.h"
+#include "support/scoped_limit.h"
 
 namespace tiv::host {
 namespace {
@@ -100,6 +101,20 @@ TEST_F(ReportPageTest, PageThatCannotBeWrittenIsToldWithItsPath) {
 
     EXPECT_EQ(outcome.error, "cannot write " + (directory / "missing" / "report.html").string() +
                                  ": No such file or directory");
+}
+
+TEST_F(ReportPageTest, FullDiskIsToldAndLeavesNoPage) {
+    std::string error;
+    const auto result = OpenResult(directory, error);
+    ASSERT_TRUE(result.has_value()) << error;
+    const tiv::test::ScopedLimit small(RLIMIT_FSIZE, 4096);
+
+    const ReportOutcome outcome = WriteReport(*result, directory / "report.html");
+
+    EXPECT_EQ(outcome.error,
+              "cannot write " + (directory / "report.html").string() + ": File too large");
+    EXPECT_FALSE(fs::exists(directory / "report.html"));
+    EXPECT_FALSE(fs::exists(directory / "report.html.new"));
 }
 
 TEST_F(ReportPageTest, CancelledReadingLeavesNoPage) {
