@@ -117,8 +117,10 @@ TEST_F(Listening, PeerWithoutCredentialsIsClosedAndTheWaitGoesOn) {
     const RefusedCall refused("getsockopt", ENOTCONN);
     CaptureStderr();
 
-    EXPECT_TRUE(listener->Accept(&peer_).IsOpen());
+    const FileDescriptor accepted = listener->Accept(&peer_);
 
+    EXPECT_TRUE(accepted.IsOpen());
+    EXPECT_EQ(getpid(), peer_);
     EXPECT_EQ("tiv_driver: warning: connection refused: path=" + path_ +
                   ": no credentials: Transport endpoint is not connected\n",
               GetCapturedStderr());
@@ -199,6 +201,9 @@ TEST_F(Link, WaitForRoomGoesOnAfterASignal) {
     Fill();
     const RefusedCall refused("poll", EINTR);
     Worker reader([&] {
+        while (RefusedCall::Count() == 0) {
+            std::this_thread::yield();
+        }
         std::string room(100000, '\0');
         while (recv(ends_[1], room.data(), room.size(), 0) > 0 &&
                room.find(text_) == std::string::npos) {
@@ -207,7 +212,6 @@ TEST_F(Link, WaitForRoomGoesOnAfterASignal) {
 
     EXPECT_EQ(SendOutcome::SENT, Send());
 
-    EXPECT_EQ(1, RefusedCall::Count());
     link_->ShutDown();
 }
 
@@ -349,7 +353,7 @@ TEST(Counters, TimeThatWasNotMeasuredBelongsToTheNextStep) {
 
     EXPECT_TRUE(counters.Read().empty());
     CountingMachine::Give(10, 200, 100);
-    ASSERT_EQ(1u, counters.Read().size());
+    EXPECT_EQ(20u, counters.Read().at(0).count);
 }
 
 TEST(Counters, FailedReadingGivesNoStep) {
