@@ -214,6 +214,16 @@ TEST_F(ThreadTest, HandleOfARefusedThreadIsCleared) {
     EXPECT_EQ(*handle, 0U);
 }
 
+TEST_F(ThreadTest, ThreadWithoutAHandleIsNotJoined) {
+    FakeMm::Instance().calls.Return("mmCreateTaskWithThreadAttr", 0);
+
+    EXPECT_EQ(thread.Start(), 0);
+    EXPECT_EQ(thread.Stop(), 0);
+
+    EXPECT_TRUE(thread.IsQuit());
+    EXPECT_EQ(Joined(), 0u);
+}
+
 TEST_F(ThreadTest, FailedJoinIsToldOnceAndNotRepeated) {
     FakeMm::Instance().mmJoinTask = JoinAndFail;
     ASSERT_EQ(thread.Start(), 0);
