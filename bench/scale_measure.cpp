@@ -21,6 +21,7 @@ using BenchJobs = std::vector<std::unique_ptr<BenchJob>>;
 
 // What came from the devices in the timed part of a round.
 struct ScaleRound {
+    double firstPerSecond = 0;  // bytes of the part before, in which a single queue fills up
     double bytesPerSecond = 0;
     double queuedPerSecond = 0;  // what readers took ahead of the link: the daemon's growth
     std::vector<uint64_t> came;  // bytes of each device
@@ -32,7 +33,8 @@ struct ScaleRound {
 struct ScaleCase {
     int devices = 0;
     std::vector<ScaleRound> rounds;
-    std::vector<double> ratios;  // throughput of one device's, by round
+    std::vector<double> ratios;       // throughput of one device's, by round
+    std::vector<double> likeForLike;  // throughput of one device's whose queue fills up, by round
 };
 
 std::string ManyDevices(int count) {
@@ -89,13 +91,21 @@ void WaitForMore(const BenchDaemon& daemon, const BenchJobs& jobs, uint64_t byte
     }
 }
 
+// Warms up; what arrives per second meanwhile.
+double RunFirstPart(const BenchDaemon& daemon, const BenchJobs& jobs, uint64_t bytes) {
+    const uint64_t before = SumOf(BytesOf(jobs));
+    const Clock::time_point start = Clock::now();
+    WaitForMore(daemon, jobs, bytes);
+    return static_cast<double>(SumOf(BytesOf(jobs)) - before) / SecondsSince(start);
+}
+
 // What arrives while every channel runs at full speed.
 ScaleRound RunRound(int devices, uint64_t allBytes) {
     BenchDaemon daemon(ManyDevices(devices), devices);
     const BenchJobs jobs = OpenJobs(daemon, devices);
     StartAll(jobs);
-    WaitForMore(daemon, jobs, allBytes / 4);  // warms up
     ScaleRound round;
+    round.firstPerSecond = RunFirstPart(daemon, jobs, allBytes / 4);
     round.threads = StatusNumber(daemon.Pid(), "Threads");
     const std::vector<uint64_t> before = BytesOf(jobs);
     const uint64_t kibBefore = StatusNumber(daemon.Pid(), "VmRSS");
@@ -115,12 +125,12 @@ ScaleRound RunRound(int devices, uint64_t allBytes) {
 
 // One device alone is the measure of the round.
 void RunCases(std::vector<ScaleCase>& cases, uint64_t allBytes) {
-    double one = 0;
     for (ScaleCase& next : cases) {
-        ScaleRound round = RunRound(next.devices, allBytes);
-        one = one == 0 ? round.bytesPerSecond : one;
-        next.ratios.push_back(round.bytesPerSecond / one);
-        next.rounds.push_back(std::move(round));
+        next.rounds.push_back(RunRound(next.devices, allBytes));
+        const ScaleRound& one = cases.front().rounds.back();
+        const double came = next.rounds.back().bytesPerSecond;
+        next.ratios.push_back(came / one.bytesPerSecond);
+        next.likeForLike.push_back(came / one.firstPerSecond);
     }
 }
 
@@ -147,10 +157,10 @@ void PrintCase(const ScaleCase& shown) {
     const auto queued = [](const ScaleRound& round) { return round.queuedPerSecond / GB; };
     const auto fairness = [](const ScaleRound& round) { return LeastOfMost(round.came); };
     std::printf(
-        "%2d devices: %5.2f GB/s (%.2f of one) and %.2f queued   least/most served %.2f in a "
-        "round, %.2f in all   %lu threads   peak %lu MiB\n",
+        "%2d devices: %5.2f GB/s (%.2f of one, %.2f of one that fills its queue) and %.2f queued   "
+        "least/most served %.2f in a round, %.2f in all   %lu threads   peak %lu MiB\n",
         shown.devices, MedianOf(shown.rounds, rate), Median(shown.ratios),
-        MedianOf(shown.rounds, queued), MedianOf(shown.rounds, fairness),
+        Median(shown.likeForLike), MedianOf(shown.rounds, queued), MedianOf(shown.rounds, fairness),
         LeastOfMost(AllCame(shown.rounds)), static_cast<unsigned long>(shown.rounds.back().threads),
         static_cast<unsigned long>(shown.rounds.back().peakKib / 1024));
 }
@@ -161,15 +171,15 @@ void MeasureScale(const PathOptions& options) {
     (void)RunRound(1, options.scaleBytes);  // warms up
     std::vector<ScaleCase> cases;
     for (const int devices : options.devices) {
-        cases.push_back({devices, {}, {}});
+        cases.push_back({devices, {}, {}, {}});
     }
     for (int i = 0; i < options.rounds; ++i) {
         RunCases(cases, options.scaleBytes);
         std::printf("round %d", i + 1);
         for (const ScaleCase& done : cases) {
-            std::printf("  %d: %.2f GB/s, %.2f", done.devices,
-                        done.rounds.back().bytesPerSecond / GB,
-                        LeastOfMost(done.rounds.back().came));
+            const ScaleRound& last = done.rounds.back();
+            std::printf("  %d: %.2f, then %.2f GB/s, %.2f", done.devices, last.firstPerSecond / GB,
+                        last.bytesPerSecond / GB, LeastOfMost(last.came));
         }
         std::printf("\n");
         (void)std::fflush(stdout);
