@@ -72,6 +72,7 @@ TEST(DeviceLink, FailureSaysWhatToDo) {
     EXPECT_NE(ErrorOf(EINVAL).find("TIV_DRIVER_CONFIG"), std::string::npos);
     EXPECT_NE(ErrorOf(EAGAIN).find("accepts no connection"), std::string::npos);
     EXPECT_NE(ErrorOf(EIO).find("check that `tiv` runs"), std::string::npos);
+    EXPECT_NE(ErrorOf(0).find("device 4: the driver gave no reason; "), std::string::npos);
 }
 
 TEST(DeviceLink, WaitsForADaemonThatIsNotThereYet) {

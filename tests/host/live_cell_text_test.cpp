@@ -56,6 +56,8 @@ TEST(LiveCellText, WideCharactersCountTwice) {
     EXPECT_EQ(3u, cut.columns);
 
     EXPECT_EQ(1u, FitCells("进程", 2, Charset::UTF8).columns) << "no half of a character";
+    EXPECT_EQ(2u, FitCells("\xef\xab\xbf", 80, Charset::UTF8).columns) << "the last ideograph";
+    EXPECT_EQ("\\u{fb00}", Text("\xef\xac\x80"));
 }
 
 TEST(LiveCellText, CutTextIsMarkedAndNeverWider) {

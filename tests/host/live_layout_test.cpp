@@ -112,6 +112,15 @@ TEST(LiveLayout, WhatWasNotMeasuredIsADashAndNeverZero) {
               RowOf(Rows(snapshot), "0").substr(7));
 }
 
+TEST(LiveLayout, MachineWithoutSwapIsToldSo) {
+    LiveSnapshot snapshot = Full();
+    snapshot.memory.swapFreeBytes = snapshot.memory.swapTotalBytes = 0;
+    EXPECT_EQ("cached -, free -, no swap", RowOf(Rows(snapshot), "cached").substr(17));
+    snapshot.memory.swapTotalBytes = 1000;
+    EXPECT_EQ("cached -, free -, swap 0 B free of 1.0 kB",
+              RowOf(Rows(snapshot), "cached").substr(17));
+}
+
 TEST(LiveLayout, ProcessHasItsNumbersInColumns) {
     const auto rows = Rows(Full());
     EXPECT_EQ("    4711 R   150.5  150.0    0.5    5.0 MB         -      12  worker",

@@ -172,6 +172,17 @@ TEST_F(ResultDirectory, FullDiskEndsTheSession) {
     EXPECT_NE(files_->Error().find("File too large"), std::string::npos);
 }
 
+TEST_F(ResultDirectory, FirstErrorIsTheOneThatIsTold) {
+    {
+        const tiv::test::ScopedLimit small(RLIMIT_FSIZE, 4);
+        EXPECT_FALSE(Put("data/a", "more than four bytes"));
+    }
+    fs::remove_all(directory_ + "/result");
+    EXPECT_FALSE(Put("data/b", "x"));
+
+    EXPECT_NE(files_->Error().find("/result/data/a: File too large"), std::string::npos);
+}
+
 TEST(Printable, ControlAndHighBytesAreEscaped) {
     EXPECT_EQ(Printable("plain"), "plain");
     EXPECT_EQ(Printable("a\nb\xff"), "a\\x0ab\\xff");
