@@ -203,6 +203,34 @@ TEST(JobSettings, EachRuleNamesWhatItAllows) {
     }
 }
 
+TEST(JobSettings, EverySwitchIsOnOrOff) {
+    for (const char* name : {"ts_task_track",      "ts_cpu_usage",
+                             "ai_core_status",     "ts_timeline",
+                             "ts_keypoint",        "ai_vector_status",
+                             "ts_fw_training",     "hwts_log",
+                             "hwts_log1",          "ts_memcpy",
+                             "ai_core_profiling",  "aiv_profiling",
+                             "ddr_profiling",      "vmlkProfiling",
+                             "pcieProfiling",      "hbmProfiling",
+                             "cpu_profiling",      "tsCpuProfiling",
+                             "aiCtrlCpuProfiling", "hardware_mem",
+                             "io_profiling",       "interconnection_profiling",
+                             "vimg_profiling",     "nicProfiling",
+                             "roceProfiling"}) {
+        EXPECT_EQ(RefusedSetting(name, "yes").allowed, "on, off or nothing") << name;
+    }
+}
+
+TEST(JobSettings, EveryIntervalHasARange) {
+    for (const char* name :
+         {"aiv_sampling_interval", "vmlkInterval", "pcieInterval", "roceInterval", "ddr_interval",
+          "hbmInterval", "memInterval", "hardware_mem_sampling_interval", "io_sampling_interval",
+          "interconnection_sampling_interval", "vimg_sampling_interval", "nicInterval",
+          "aicore_sampling_interval"}) {
+        EXPECT_EQ(RefusedSetting(name, "0").allowed, "1 to 1296000000") << name;
+    }
+}
+
 TEST(JobSettings, EventListsHaveRules) {
     const std::vector<std::vector<std::string>> rules = {
         {"ai_core_profiling_events", "0x50F", "at most 10 events from 0x1 to 0x50E"},

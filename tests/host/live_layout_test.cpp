@@ -130,6 +130,23 @@ TEST(LiveLayout, ProcessHasItsNumbersInColumns) {
     EXPECT_EQ(0u, RowOf(rows, "PROCESSES").find("PROCESSES  1, 1 running"));
 }
 
+TEST(LiveLayout, HeadOfTheOrderStandsOut) {
+    LiveSnapshot snapshot = Full();
+    for (const auto& [order, head] : {std::pair(host::ProcessOrder::CPU, "CPU%"),
+                                      std::pair(host::ProcessOrder::MEMORY, "memory"),
+                                      std::pair(host::ProcessOrder::PID, "PID")}) {
+        snapshot.order = order;
+        std::string painted;
+        for (const host::ScreenLine& line : host::LayOut(snapshot, {80, 24}, Charset::ASCII)) {
+            painted += line.Painted(true);
+        }
+        const size_t reverse = painted.find("\033[7m");
+        ASSERT_NE(std::string::npos, reverse) << head;
+        EXPECT_EQ(painted.find(head, reverse), painted.find_first_not_of(' ', reverse + 4)) << head;
+        EXPECT_EQ(std::string::npos, painted.find("\033[7m", reverse + 1)) << head;
+    }
+}
+
 TEST(LiveLayout, ChannelHasItsRateAndThoseOfItsEvents) {
     const auto rows = Rows(Full());
     EXPECT_EQ("3 llc.data                   3.6 kB/s   36.0 kB       7  software events",

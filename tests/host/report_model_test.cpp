@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <set>
 
 #include "host/report_decode.h"
 
@@ -104,6 +105,16 @@ TEST_F(ReportModelTest, HeadNamesTheResultAndItsState) {
     EXPECT_EQ(FactOf(page, "Units of the job"), "pages of 4096 bytes, 100 clock ticks per second");
 }
 
+TEST_F(ReportModelTest, MachineIsToldOrSaidToBeUnknown) {
+    EXPECT_EQ(FactOf(Decode(), "Device 0, machine"), "not measured");
+
+    AddCpu(100, 0, 60, 40, 0);
+    model.OnMemoryKey({0, 0, "MemTotal", true});
+    model.OnMemory({0, START, 0, 3ULL << 29});
+
+    EXPECT_EQ(FactOf(Decode(), "Device 0, machine"), "1 cores, 1.5 GiB of memory");
+}
+
 TEST_F(ReportModelTest, ProblemOfTheReadingMakesACompleteResultIncomplete) {
     ReadOutcome outcome;
     outcome.problems = {"a file\nis cut"};
@@ -177,6 +188,20 @@ TEST_F(ReportModelTest, MemoryIsPartedIntoWhatItIsUsedFor) {
     EXPECT_EQ(page.Column<float>(series[2]["mean"])[0], 50);   // buffers
     EXPECT_EQ(page.Column<float>(series[3]["mean"])[0], 400);  // free
     EXPECT_EQ(page.Section("memory-0")["top"], 1000);
+}
+
+TEST_F(ReportModelTest, SwapIsDrawnWhenItIsInUse) {
+    model.OnMemoryKey({0, 0, "SwapTotal", true});
+    model.OnMemoryKey({0, 1, "SwapFree", true});
+    model.OnMemory({0, START, 0, 1000});
+    model.OnMemory({0, START, 1, 1000});
+    EXPECT_TRUE(Decode().Section("swap-0").is_null());
+    model.OnMemory({0, START + 100 * MS, 0, 1000});
+    model.OnMemory({0, START + 100 * MS, 1, 700});
+
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(page.Column<float>(page.Section("swap-0")["series"][0]["mean"]).back(), 300);
 }
 
 TEST_F(ReportModelTest, MemoryLevelIsNotDrawnAcrossALongSilence) {
@@ -375,6 +400,47 @@ TEST_F(ReportModelTest, PlotsStandBeforeTheProfileAndTablesLast) {
     EXPECT_EQ(ids, (std::vector<std::string>{"cpu-0", "memory", "process-cpu", "process-memory",
                                              "channels", "flame-0", "processes", "functions-0",
                                              "core-table-0", "files"}));
+}
+
+TEST_F(ReportModelTest, SectionsHaveTheirTitlesAndTablesAColumnForEachCell) {
+    const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
+    const std::vector<std::string> events = {"e"};
+    AddCpu(100, 0, 50, 0, 50);
+    AddProcess(1, 7, "p", 1, 4096);
+    model.OnMemoryKey({0, 0, "MemTotal", true});
+    model.OnMemory({0, START, 0, 1000});
+    model.OnChannel({0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::NONE, 100, events});
+    model.OnProfileSample({0, START, {}, {}, {}, "app", "cycles", 1, stack});
+    model.OnChunk({0, START, 1000, "data/llc.data"});
+    model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
+
+    const std::set<std::string> kinds = {"chart", "empty", "flame", "heatmap", "table"};
+    for (const auto& section : Decode().model["sections"]) {
+        const std::string id = section.at("id");
+        EXPECT_EQ(kinds.count(section.at("kind")), 1u) << section.at("kind");
+        EXPECT_NE(section.at("title"), "") << id;
+        for (const auto& row : section.value("rows", nlohmann::json::array())) {
+            EXPECT_TRUE(!row.is_array() || row.size() == section.at("columns").size()) << id;
+        }
+    }
+}
+
+TEST_F(ReportModelTest, SeriesOfAChartDifferInTheirColours) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        AddProcess(i, 1000 + i, "worker", i, 4096 * i);
+    }
+    AddCpu(100, ALL_CORES, 50, 0, 50);
+    model.OnMemoryKey({0, 0, "MemTotal", true});
+    model.OnMemory({0, START, 0, 1000});
+
+    for (const auto& section : Decode().model["sections"]) {
+        std::set<int> colors;
+        const auto series = section.value("series", nlohmann::json::array());
+        for (const auto& entry : series) {
+            colors.insert(entry.at("color").get<int>());
+        }
+        EXPECT_EQ(colors.size(), series.size()) << section.at("id");
+    }
 }
 
 TEST_F(ReportModelTest, FilesAreListedWithWhatCouldNotBeRead) {

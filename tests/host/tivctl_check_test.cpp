@@ -74,6 +74,13 @@ TEST_F(TivctlCheck, RefusalsComeTogetherAndExit2) {
     EXPECT_EQ("", tivctl_->Output());
 }
 
+TEST_F(TivctlCheck, SettingNeedsANameInFrontOfItsValue) {
+    EXPECT_EQ(2, Check({"--set", "=1"}));
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("\"=1\" is not NAME=VALUE"));
+    EXPECT_EQ(2, Check({"--set", "a=1"}));
+    EXPECT_EQ(0u, tivctl_->Errors().find("tivctl: --set a: the sample configuration has no field"));
+}
+
 TEST_F(TivctlCheck, RefusalsAreJsonForPrograms) {
     EXPECT_EQ(2, Check({"--json", "--set", "roceInterval=0"}));
 

@@ -95,6 +95,7 @@ TEST_F(TivctlTexts, ManualIsWholeAndNoTextIsACommandOfTheFormatter) {
     EXPECT_EQ(0u, page.find(".TH TIVCTL 1 "));
     const Names macros = Found("\n" + page, "\n([.'][^ \n]*)");
     EXPECT_EQ((Names{".BR", ".PP", ".SH", ".SS", ".TH", ".TP"}), macros);
+    EXPECT_EQ((Names{"B", "I", "R"}), Found(page, "\\\\f(.)"));
 }
 
 TEST_F(TivctlTexts, BashCompletesCommandsOptionsAndValues) {
