@@ -66,15 +66,6 @@ std::optional<Refusal> SetNumber(const std::string& name, const std::string& val
     return std::nullopt;
 }
 
-std::optional<Refusal> SetFlag(const std::string& name, const std::string& value, json& field) {
-    if (value != "true" && value != "false") {
-        return Refusal{OptionOf(name), "true or false",
-                       fmt::format("--set {}={}: write true or false", name, value)};
-    }
-    field = value == "true";
-    return std::nullopt;
-}
-
 std::optional<Refusal> SetText(const std::string& name, const std::string& value, json& field) {
     if (std::any_of(value.begin(), value.end(), HasNoPlaceInText)) {
         return Refusal{OptionOf(name), "text without quotes, backslashes and control characters",
@@ -99,9 +90,7 @@ std::optional<Refusal> SetField(const std::string& name, const std::string& valu
                                    "see the manifest of a result for all of them",
                                    name)};
     }
-    if (found->is_boolean()) {
-        return SetFlag(name, value, *found);
-    }
+    // Every field that is true or false is one of tivctl's own.
     return found->is_number() ? SetNumber(name, value, *found) : SetText(name, value, *found);
 }
 
