@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "host/channel_bytes.h"
 #include "host/export/csv_exporter.h"
 #include "host/export_bench.h"
 
@@ -89,6 +90,24 @@ TEST_F(CsvExport, TimesOfTheChunksAreATable) {
         Rows("chunk"));
     EXPECT_EQ("device_4.chunks.csv", Rows("file").at(0).at(1));
     EXPECT_EQ("chunk_times", Rows("file").at(0).at(2));
+}
+
+TEST_F(CsvExport, ReplaysLossesAndRunsAreTables) {
+    (void)directory_.MakeDir("PROF/device_4/data");
+    (void)directory_.Write("PROF/manifest.json",
+                           R"({"replays": [{"replay": 0, "started": "a", "ended": "b"},
+                                           {"replay": 1, "started": "c"}]})");
+    (void)directory_.Write(
+        "PROF/device_4/data/llc.data",
+        PerfHeader() + Count(9, UINT32_MAX, UINT32_MAX, 44) + Header(2, {}, 8) + Numbers(5, 3));
+
+    const ExportReport report =
+        ExportResult(directory_.Path("PROF"), ExportFormat::CSV, directory_.Path("csv"));
+
+    ASSERT_EQ("", report.error);
+    EXPECT_EQ((std::vector<Cells>{{"0", "a", "b"}, {"1", "c", std::nullopt}}), Rows("replay"));
+    EXPECT_EQ((std::vector<Cells>{{"1", "9", "44"}}), Rows("channel_loss"));
+    EXPECT_EQ((std::vector<Cells>{{"2", "5", "3"}}), Rows("channel_run"));
 }
 
 TEST_F(CsvExport, HostileNamesComeBackAsTheyWere) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "host/channel_bytes.h"
+#include "host/result/channel_header_view.h"
 #include "host/result/channel_parser.h"
 #include "host/result_parse.h"
 
@@ -75,6 +76,15 @@ TEST(Channel, NumbersOfACounterAreRuns) {
     EXPECT_EQ(3u, parsed.unreadableBytes);
 }
 
+TEST(Channel, NumberBeyondWhatATableHoldsIsCounted) {
+    const ParsedFile parsed = Parse(Header(2, {}, 8) + Little(1ULL << 63) + Numbers(5, 2));
+
+    ASSERT_EQ(2u, parsed.lines.size());
+    EXPECT_EQ("run 1 5 2", parsed.lines.back());
+    EXPECT_EQ(8u, parsed.unreadableBytes);
+    EXPECT_EQ(1u, parsed.unreadableRecords);
+}
+
 TEST(Channel, ReplayedBytesAreTheirOwn) {
     const ParsedFile parsed = Parse(Header(3, {}, 0) + "anything TIVC at all");
 
@@ -88,6 +98,14 @@ TEST(Channel, FileThatIsNeitherIsUnreadable) {
     EXPECT_EQ(0u, Parse("").unreadableBytes);
     EXPECT_EQ(PERF_FILE.size() - 8,
               Parse("TIVC" + Little(1u) + PERF_FILE.substr(16)).unreadableBytes);
+}
+
+TEST(Channel, TextWithoutTheMarkIsNoHeader) {
+    ChannelHeaderView header;
+
+    EXPECT_EQ(HeaderParse::NO_HEADER, ParseChannelHeader("TIVX", header));
+    EXPECT_EQ(HeaderParse::NO_HEADER, ParseChannelHeader("X", header));
+    EXPECT_EQ(HeaderParse::NEED_MORE, ParseChannelHeader("TI", header));
 }
 
 TEST(Channel, DamagedHeaderIsNone) {
@@ -157,6 +175,23 @@ TEST(Statistic, LinesThatAreNoneAreCounted) {
         EXPECT_EQ(1u, parsed.records) << bad;
         EXPECT_EQ(bad.size(), parsed.unreadableBytes) << bad;
     }
+}
+
+TEST(Statistic, FileShorterThanAMarkIsReadAtItsEnd) {
+    EXPECT_EQ(0u, Parse("#a\n").unreadableBytes);
+    EXPECT_EQ(3u, Parse("1a\n").unreadableBytes);
+}
+
+TEST(Statistic, EventsAreBounded) {
+    std::string stream = "# begin\n";
+    for (int i = 0; i < 65; ++i) {
+        stream += fmt::format("0.1 {} e{}\n", i, i);
+    }
+
+    const ParsedFile parsed = Parse(stream + "0.2 7 e0\n");
+
+    EXPECT_EQ(65u, parsed.records);
+    EXPECT_EQ(std::string("0.1 64 e64\n").size(), parsed.unreadableBytes);
 }
 
 TEST(Statistic, AnyCutGivesTheSameRows) {

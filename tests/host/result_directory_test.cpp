@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include <nlohmann/json.hpp>
 
 #include "support/temp_dir.h"
@@ -210,6 +212,22 @@ TEST_F(ResultDirectoryTest, EndThatNeverArrivedIsAProblem) {
     manifest_["devices"][0]["finishArrived"] = false;
 
     EXPECT_EQ("device 0: the end of its data never arrived", Problem());
+}
+
+TEST_F(ResultDirectoryTest, DataThatIsNotCompleteIsAProblemWithoutAReasonToo) {
+    manifest_["devices"][0]["complete"] = false;
+
+    EXPECT_EQ("device 0: its data is not complete", Problem());
+}
+
+TEST_F(ResultDirectoryTest, ManifestBeyondAllMeasureIsNotRead) {
+    std::filesystem::resize_file(directory_.Write("manifest.json", "{"), (64 << 20) + 1);
+
+    const ResultDirectory result = OpenAsItIs();
+
+    ASSERT_FALSE(result.problems.empty());
+    EXPECT_EQ("manifest.json is not read: more than 67108864 bytes", result.problems.front());
+    EXPECT_EQ(1u, result.files.size());
 }
 
 TEST_F(ResultDirectoryTest, IncompleteStateWithoutAReasonIsAProblemStill) {

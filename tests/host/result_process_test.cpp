@@ -145,9 +145,10 @@ TEST(Process, ReadingThatIsNoneIsCounted) {
     const std::string good = CpuReading("sh", 1, 2, 3);
     const std::string otherPid = "43" + good.substr(2);
     for (const std::string& bad :
-         {std::string(), std::string("\n"), good.substr(1), otherPid, good.substr(0, 60),
-          good.substr(0, good.size() - 1), good.substr(0, good.find("Process")),
-          CpuReading("sh", -1, 2, 3), CpuReading(std::string(300, 'x'), 1, 2, 3)}) {
+         {std::string(), std::string("\n"), std::string("cpu  1 2 3 4 5 6 7 8 0 0\n"),
+          good.substr(1), otherPid, good.substr(0, 60), good.substr(0, good.size() - 1),
+          good.substr(0, good.find("Process")), CpuReading("sh", -1, 2, 3),
+          CpuReading(std::string(300, 'x'), 1, 2, 3)}) {
         const Reading reading(Record(1, 0, bad) + Record(2, 1, good));
         EXPECT_EQ(1u, reading.unreadable) << bad;
         EXPECT_EQ("process_cpu 1 2 1+2 13 S -", reading.log.lines.front()) << bad;
@@ -171,6 +172,15 @@ TEST(Process, LivesOfOneProcessIdAreBounded) {
     }
 
     EXPECT_EQ(4u, Reading(stream).unreadable);
+}
+
+TEST(Process, LivesThatOnlyMemoryTellsOfAreBoundedToo) {
+    std::string stream;
+    for (uint32_t i = 0; i < 4100; ++i) {
+        stream += Record(i, 0, MemoryReading("sh"));
+    }
+
+    EXPECT_EQ(4u, Reading("", stream).unreadable);
 }
 
 TEST(Process, UseBeyondWhatATableHoldsIsAbsent) {

@@ -86,6 +86,9 @@ TEST(Profile, SymbolsAndModulesMayHoldBlanksAndParentheses) {
     EXPECT_EQ("a(int) const::(x)", frame.symbol);
     EXPECT_EQ(0x1au, frame.offset);
     EXPECT_EQ("/opt/My (old) App (deleted)", frame.module);
+    ASSERT_TRUE(ParseStackFrame("  2 f+0x+0xg+0x2 (m)", frame));
+    EXPECT_EQ("f+0x+0xg", frame.symbol);
+    EXPECT_EQ(2u, frame.offset);
     ASSERT_TRUE(ParseStackFrame("  2 [unknown] (/tmp/a (b))", frame));
     EXPECT_EQ("", frame.symbol);
     EXPECT_EQ("/tmp/a (b)", frame.module);
@@ -165,6 +168,25 @@ TEST(Profile, EndlessLinesAndStacksAreCountedNotKept) {
 
     EXPECT_EQ(1u, parsed.records);
     EXPECT_EQ(line.size() + deep.size(), parsed.unreadableBytes);
+}
+
+TEST(Profile, EndlessLineInAStackMakesTheSampleUnreadable) {
+    const std::string bad =
+        "a 1 [0] 1.1: 1 e: \n\tff f+0x1 (m)\n\tff " + std::string(70000, 'x') + " (m)\n\n";
+
+    const ParsedFile parsed = Parse(bad + Sample("b"), 4096);
+
+    EXPECT_EQ(1u, parsed.records);
+    EXPECT_EQ(bad.size(), parsed.unreadableBytes);
+    EXPECT_EQ(1u, parsed.unreadableRecords);
+}
+
+TEST(Profile, TextThatIsTooLongTogetherWithTheCommandIsNoPartOfIt) {
+    const ParsedFile parsed = Parse("0123456789\n" + Sample("commands"));
+
+    EXPECT_EQ(1u, parsed.records);
+    EXPECT_EQ("commands", CommandOf(parsed.lines.front()));
+    EXPECT_EQ(11u, parsed.unreadableBytes);
 }
 
 TEST(Profile, AnyCutGivesTheSameRows) {

@@ -2,6 +2,7 @@
 #include "host/result/result_reader.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <random>
@@ -107,6 +108,19 @@ TEST_F(ResultReaderTest, FileThatGoesAfterTheLookIsAProblem) {
                   "device_0/data/Memory.data cannot be opened: No such file or directory"}),
               outcome.problems);
     EXPECT_EQ(29u, log.lines.size() + 1);
+}
+
+TEST_F(ResultReaderTest, PipeThatTakesAFilesPlaceAfterTheLookIsAProblem) {
+    std::string error;
+    const auto result = OpenResult(directory_.Path(), error);
+    const std::string path = directory_.Path("device_0/data/Memory.data");
+    unlink(path.c_str());
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    TableLog log;
+    ResultReader reader(*result, log);
+
+    EXPECT_EQ((std::vector<std::string>{"device_0/data/Memory.data is no regular file"}),
+              reader.Read().problems);
 }
 
 TEST_F(ResultReaderTest, ProgressCountsUpToTheWhole) {
