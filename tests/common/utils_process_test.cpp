@@ -28,6 +28,8 @@ class UtilsProcess : public testing::Test {
         FakeMm::Instance().Reset();
         RecordedLog::Instance().Clear();
         shell.cmd = "/bin/sh";
+        std::filesystem::current_path(
+            "/");  // the run before may have left a directory that is gone
     }
 
     int Exec(const std::vector<std::string>& argv) {

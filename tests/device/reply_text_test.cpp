@@ -85,6 +85,7 @@ std::shared_ptr<Request> WithContext() {
 
 // The words of the replies to the four requests; each has to refuse.
 std::vector<std::string> WordsOfTheReplies() {
+    replies.clear();
     JobStartHandler(nullptr).OnNewMessage(WithContext<proto::JobStartReq>());
     JobStopHandler().OnNewMessage(WithContext<proto::JobStopReq>());
     ReplayStartHandler().OnNewMessage(WithContext<proto::ReplayStartReq>());
@@ -98,6 +99,8 @@ std::vector<std::string> WordsOfTheReplies() {
 }
 
 TEST(ReplyText, OfASilentTaskIsTheHandlersOwn) {
+    task->words.clear();
+
     EXPECT_EQ(WordsOfTheReplies(), (std::vector<std::string>{"start job failed", "stop job failed",
                                                              "start failed", "stop failed"}));
 }
