@@ -236,6 +236,23 @@ TEST_F(Messages, OfTwoSendersDoNotMix) {
     }
 }
 
+TEST_F(Messages, OfTwoReceiversDoNotMix) {
+    Open();
+    const auto many = [this] {
+        for (int i = 0; i < 40; ++i) {
+            const std::string text = ReceiveText(card_).text;
+            ASSERT_EQ(300000u, text.size());
+            EXPECT_EQ(std::string::npos, text.find_first_not_of(text[0]));
+        }
+    };
+    Worker first(many);
+    Worker second(many);
+
+    for (int i = 0; i < 80; ++i) {
+        EXPECT_EQ(0, SendText(host_, std::string(300000, static_cast<char>('0' + i))));
+    }
+}
+
 TEST_F(Messages, SessionsLiveOnWithoutTheirServer) {
     Open();
 

@@ -22,12 +22,12 @@ std::string Complaint(const std::string& text) {
     return error;
 }
 
-TEST(Settings, EmptyObjectGivesTheDefaults) {
-    const Settings settings = Parsed("{}");
-
+void ExpectDefaults(const Settings& settings) {
     ASSERT_EQ(1u, settings.devices.size());
     EXPECT_EQ(0u, settings.devices[0].logicalId);
+    EXPECT_EQ(0u, settings.devices[0].physicalId);
     EXPECT_EQ(5u, settings.devices[0].chipId);
+    EXPECT_EQ(0u, settings.devices[0].chipVersion);
     EXPECT_FALSE(settings.devices[0].hostFrequencyKhz.has_value());
     EXPECT_FALSE(settings.devices[0].channels.has_value());
     EXPECT_EQ(0u, settings.platformInfo);
@@ -39,6 +39,10 @@ TEST(Settings, EmptyObjectGivesTheDefaults) {
     EXPECT_EQ(1048576u, settings.sendBufferBytes);
     EXPECT_EQ(1048576u, settings.receiveBufferBytes);
 }
+
+TEST(Settings, WithoutAFileTheDefaultsHold) { ExpectDefaults(Settings()); }
+
+TEST(Settings, EmptyObjectGivesTheDefaults) { ExpectDefaults(Parsed("{}")); }
 
 TEST(Settings, ScalarsAreTaken) {
     const Settings settings = Parsed(
@@ -92,6 +96,30 @@ TEST(Settings, ChannelHasDefaultsBesideItsId) {
     EXPECT_EQ(33554432u, channel.ringBytes);
     EXPECT_EQ(0u, channel.holdBackBytes);
     EXPECT_EQ(SourceKind::SILENT, channel.source.kind);
+}
+
+void ExpectSourceDefaults(const SourceSettings& source) {
+    EXPECT_EQ(SourceKind::SILENT, source.kind);
+    EXPECT_TRUE(source.events.empty());
+    EXPECT_FALSE(source.eventsAreDefault);
+    EXPECT_FALSE(source.perCpu);
+    EXPECT_EQ(100u, source.periodMs);
+    EXPECT_EQ(0u, source.bytesPerSecond);
+    EXPECT_EQ(0u, source.burstBytes);
+    EXPECT_EQ(0u, source.limitBytes);
+    EXPECT_EQ("", source.file);
+    EXPECT_FALSE(source.loop);
+}
+
+TEST(Settings, FieldsOutsideTheKindOfASourceKeepTheirDefaults) {
+    const Settings settings = Parsed(R"({"channels": [{"id": 8}]})");
+
+    ExpectSourceDefaults(settings.devices.at(0).channels.value().at(0).source);
+    ExpectSourceDefaults(ChannelSettings().source);
+    EXPECT_EQ(0u, ChannelSettings().id);
+    EXPECT_EQ(0u, ChannelSettings().type);
+    EXPECT_EQ(33554432u, ChannelSettings().ringBytes);
+    EXPECT_EQ(0u, ChannelSettings().holdBackBytes);
 }
 
 TEST(Settings, SourcesTakeTheirKeys) {
@@ -223,6 +251,18 @@ TEST(Settings, BrokenJsonIsToldWithItsPlace) {
     EXPECT_NE(std::string::npos, complaint.find("line 2, column 14")) << complaint;
 }
 
+TEST(Settings, EightLevelsAreNotTooDeep) {
+    EXPECT_EQ("$: must be an object", Complaint("[[[[[[[[1]]]]]]]]"));
+    EXPECT_EQ("$: is nested deeper than 8 levels", Complaint("[[[[[[[[[1]]]]]]]]]"));
+}
+
+TEST(Settings, NameMayHave31Bytes) {
+    const std::string name(31, 'n');
+    const Settings settings = Parsed(R"({"channels": [{"id": 8, "name": ")" + name + R"("}]})");
+
+    EXPECT_EQ(name, settings.devices.at(0).channels.value().at(0).name);
+}
+
 TEST(Settings, DeepNestingIsRefusedWithoutRecursion) {
     EXPECT_EQ("$: is nested deeper than 8 levels", Complaint(std::string(2000000, '[')));
 }
@@ -240,6 +280,12 @@ TEST_F(ProcessSettingsTest, UnusableFileFailsEveryCallAndIsToldOnce) {
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(-1, halGetAPIVersion(&version));
     EXPECT_EQ(-1, drvHdcServerCreate(0, 4, &server));
+    uint32_t side = 7;
+    int64_t info = 7;
+    HdcCapacity capacity{};
+    EXPECT_EQ(-1, drvGetPlatformInfo(&side));
+    EXPECT_EQ(-1, halGetDeviceInfo(0, 0, 1, &info));
+    EXPECT_EQ(-1, drvHdcGetCapacity(&capacity));
     ProfDrvChannelList list{};
     EXPECT_EQ(-1, prof_drv_get_channels(0, &list));
 
