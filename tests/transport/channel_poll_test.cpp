@@ -1,10 +1,12 @@
 // Tests of the poll thread and its workers.
 #include "transport/channel_poll.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
 #include "transport/channel_poll_fixture.h"
+#include "transport/error_contexts.h"
 
 namespace tiv::test {
 namespace {
@@ -62,6 +64,17 @@ TEST_F(ChannelPollTest, ThreadsHaveTheirNames) {
     EXPECT_TRUE(Log().WaitFor('I', "New thread QTRX_ChanPoll begins to run"));
     EXPECT_TRUE(Log().WaitFor('I', "New thread QTRX_ChanPool_0 begins to run"));
     EXPECT_TRUE(Log().WaitFor('I', "New thread QTRX_ChanPool_3 begins to run"));
+}
+
+TEST_F(ChannelPollTest, ThreadsHandTheirErrorContextOn) {
+    ForgetThreads();
+    StartPoll();
+    EXPECT_EQ(poll.Stop(), 0);
+
+    const Texts threads = ThreadsWithAContext();
+    for (const char* name : {"QTRX_ChanPoll", "QTRX_ChanPool_0", "QTRX_ChanPool_3"}) {
+        EXPECT_EQ(std::count(threads.begin(), threads.end(), name), 1) << name;
+    }
 }
 
 TEST_F(ChannelPollTest, StartFailsWhenThePoolCannotBeMade) {

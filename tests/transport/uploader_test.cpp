@@ -89,6 +89,17 @@ TEST_F(UploaderTest, NullDataIsRefused) {
     EXPECT_EQ(log.Count('E', "[Uploader::UploadData]data is nullptr."), 2U);
 }
 
+TEST_F(UploaderTest, RawUploadOfNoBytesSendsNone) {
+    const auto uploader = MakeUploader(8);
+    EXPECT_EQ(uploader->UploadData("a", 0), 0);
+    EXPECT_EQ(uploader->UploadData("a", -1), 0);
+
+    EXPECT_EQ(uploader->Start(), 0);
+
+    EXPECT_TRUE(link->WaitForSent(2));
+    EXPECT_THAT(link->Sent(), ElementsAre("raw:", "raw:"));
+}
+
 TEST_F(UploaderTest, RawUploadKeepsACopyOfItsBytes) {
     const auto uploader = MakeUploader(8);
     std::string bytes("a\0b", 3);
