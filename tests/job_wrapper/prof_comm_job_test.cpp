@@ -78,6 +78,16 @@ TEST_F(PeripheralJob, DeclinesWithoutParameters) {
     EXPECT_EQ(log.Count('I', "Job check comm param failed"), 3U);
 }
 
+TEST_F(PeripheralJob, ClassItselfHasChannel0WhichNoDeviceHas) {
+    ProfPeripheralJob plain;
+    ASSERT_EQ(plain.Init(cfg), 0);
+
+    EXPECT_EQ(plain.Process(), 0);
+
+    EXPECT_TRUE(driver.Starts().empty());
+    EXPECT_TRUE(log.Has('W', "Channel is invalid, devId:1, channelId:0"));
+}
+
 TEST_F(PeripheralJob, HostSideRunDeclinesWithoutALine) {
     params->hostProfiling = true;
 
