@@ -321,6 +321,15 @@ TEST(JsonMemory, ExceptionInsideATreeLeavesNothingBehind) {
     EXPECT_EQ(tiv::test::LiveNewBlocks(), before);
 }
 
+TEST(JsonMemory, ValueThatIsNoDocumentLeavesNothingBehind) {
+    const std::string text = R"([1,{"a":["x"]}])";
+    const long before = tiv::test::LiveNewBlocks();
+
+    EXPECT_THROW(Json{text}, std::runtime_error);
+
+    EXPECT_EQ(tiv::test::LiveNewBlocks(), before);
+}
+
 TEST(JsonMemory, DocumentsGiveTheirTreesBack) {
     const long before = tiv::test::LiveNewBlocks();
     {

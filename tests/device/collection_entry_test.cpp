@@ -120,7 +120,9 @@ TEST_F(Handshake, AcceptedControlSessionIsServed) {
     EXPECT_NE(entry.GetReceiver("job", 2), nullptr);
     EXPECT_EQ(TaskRelationshipMgr::Instance().GetDevIdByHostId(5), 2);
     EXPECT_TRUE(log.Has('I', "Device 2 Received ctrl handshake, devIdOnHost: 5"));
+    const std::string size = std::to_string(session->Sent().at(0).size());
     EXPECT_TRUE(log.Contains('I', "Reply ctrl handshake, statusInfo={"));
+    EXPECT_TRUE(log.Contains('I', "}, response sent size:" + size + ", resp size:" + size));
     EXPECT_TRUE(log.Has('I', "Ctrl session finished, devId:2, devIdOnHost:5"));
     EXPECT_TRUE(log.WaitFor('I', "Receiver begin, devId:2, devIdOnHost:5"));
 }
