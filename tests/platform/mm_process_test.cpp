@@ -13,6 +13,7 @@
 
 #include "platform/mm_api.h"
 #include "platform/system_calls.h"
+#include "support/failing_new.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -254,6 +255,19 @@ TEST(MmCreateProcess, FailsWhenTheOutputFileCannotBeMade) {
 TEST(MmCreateProcess, FailsForAProgramThatIsMissing) {
     EXPECT_EQ(-1000, RunThroughPath("/nowhere/tool", "/usr/bin"));
     EXPECT_EQ(ENOENT, mmGetErrorCode());
+}
+
+TEST(MmCreateProcess, FailsWithoutMemoryForThePath) {
+    const char* const program = "a-program-whose-path-needs-memory";
+    const Words words({program}, {SYSTEM_PATH});
+    mmProcess pid = 0;
+    const tiv::test::FailingNew failing;
+
+    const int32_t result = mmCreateProcess(program, words.Block(), nullptr, &pid);
+
+    EXPECT_EQ(1U, failing.Failed());
+    EXPECT_NE(0, result);
+    EXPECT_EQ(ENOMEM, mmGetErrorCode());
 }
 
 TEST(MmCreateProcess, KeepsNoMemory) {

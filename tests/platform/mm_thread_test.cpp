@@ -134,6 +134,39 @@ TEST(MmCreateTask, RefusesAPriorityThatItsPolicyLacks) {
     EXPECT_EQ(EINVAL, mmGetErrorCode());
 }
 
+void* TellPolicy(void* argument) {
+    *static_cast<int*>(argument) = sched_getscheduler(0);
+    return nullptr;
+}
+
+TEST(MmCreateTask, TakesItsPolicyAndNotItsMakersWhenTheFlagIsSet) {
+    const sched_param none = {};
+    ASSERT_EQ(0, sched_setscheduler(0, SCHED_BATCH, &none));
+    int policy = -1;
+    const mmUserBlock block = {TellPolicy, &policy};
+    mmThreadAttr attr = {};
+    attr.policyFlag = 1;
+    attr.policy = SCHED_OTHER;
+    mmThread handle = 0;
+
+    ASSERT_EQ(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
+    ASSERT_EQ(0, mmJoinTask(&handle));
+
+    EXPECT_EQ(SCHED_OTHER, policy);
+}
+
+TEST(MmCreateTask, RefusesAPolicyThatDoesNotExist) {
+    std::atomic<int> flag{0};
+    const mmUserBlock block = {SetFlag, &flag};
+    mmThreadAttr attr = {};
+    attr.policyFlag = 1;
+    attr.policy = 77;
+    mmThread handle = 0;
+
+    EXPECT_NE(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
+    EXPECT_EQ(EINVAL, mmGetErrorCode());
+}
+
 TEST(MmCreateTask, GivesItsAttributesBack) {
     std::atomic<int> flag{0};
     const mmUserBlock block = {SetFlag, &flag};
@@ -154,6 +187,11 @@ TEST(MmCreateTask, RefusesAMissingFunction) {
 
     EXPECT_NE(0, mmCreateTaskWithThreadAttr(&handle, &block, &attr));
     EXPECT_NE(0, mmCreateTaskWithThreadAttr(&handle, nullptr, &attr));
+}
+
+TEST(MmJoinTask, RefusesNull) {
+    EXPECT_NE(0, mmJoinTask(nullptr));
+    EXPECT_EQ(EINVAL, mmGetErrorCode());
 }
 
 TEST(MmJoinTask, OfTheThreadItselfFails) {

@@ -17,6 +17,8 @@
 
 #include "platform/mm_api.h"
 #include "platform/system_calls.h"
+#include "support/failing_malloc.h"
+#include "support/failing_new.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -324,6 +326,51 @@ TEST(MmScandir, IsNegativeForWhatIsNoDirectory) {
     EXPECT_LT(mmScandir(nullptr, &list, nullptr, nullptr), 0);
     EXPECT_LT(mmScandir(dir.Path().c_str(), nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(nullptr, list);
+}
+
+TEST(MmScandir, WithoutMemoryThereIsNoListAndNothingIsKept) {
+    const TempDir dir;
+    const std::string path = dir.Path();
+    mmDirent** list = nullptr;
+    int32_t count = -1;
+    size_t failures = 0;
+    while (count < 0 && failures < 50) {
+        const long before = tiv::test::LiveMallocBlocks();
+        const tiv::test::FailingMalloc failing(1, failures++);
+        count = mmScandir(path.c_str(), &list, nullptr, nullptr);
+        EXPECT_TRUE(count >= 0 || mmGetErrorCode() == ENOMEM);
+        EXPECT_TRUE(count >= 0 || tiv::test::LiveMallocBlocks() == before);
+        EXPECT_EQ(count >= 0, list != nullptr);
+    }
+
+    EXPECT_EQ(2, count);
+    EXPECT_LT(3u, failures);  // the list and each of its entries
+    mmScandirFree(list, count);
+}
+
+TEST(MmScandir, EntriesThatDoNotFitInMemoryAreAFailure) {
+    const TempDir dir;
+    const std::string path = dir.Path();
+    mmDirent** list = nullptr;
+    const tiv::test::FailingNew failing;
+
+    EXPECT_LT(mmScandir(path.c_str(), &list, nullptr, nullptr), 0);
+
+    EXPECT_EQ(ENOMEM, mmGetErrorCode());
+    EXPECT_EQ(nullptr, list);
+}
+
+TEST(MmRmdir, WithoutMemoryNothingIsRemoved) {
+    TempDir dir;
+    const std::string tree = dir.MakeDir("tree");
+    (void)dir.MakeDir("tree/inner");
+    {
+        const tiv::test::FailingNew failing(0, 1000);
+        EXPECT_NE(0, mmRmdir(tree.c_str()));
+        EXPECT_EQ(ENOMEM, mmGetErrorCode());
+    }
+
+    EXPECT_TRUE(Exists(dir.Path("tree/inner")));
 }
 
 TEST(MmScandirFree, TakesNull) {

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "support/failing_new.h"
 #include "support/temp_dir.h"
 
 namespace tiv::test {
@@ -30,6 +31,16 @@ TEST(ResourceManager, LeavesABadFileToTheDriver) {
     EXPECT_EQ(0, ReadyWith("{"));
     EXPECT_EQ(0, ReadyWith(R"({"resource_manager_ready": 0})"));
     EXPECT_EQ(0, ReadyWith(std::string(2000000, '[')));
+}
+
+TEST(ResourceManager, IsNotReadyWithoutMemoryForTheFile) {
+    const TempDir directory;
+    setenv("TIV_DRIVER_CONFIG", directory.Write("driver.json", R"({"devices": 1})").c_str(), 1);
+    const FailingNew failing;
+
+    EXPECT_EQ(1, IAMResMgrReady());
+
+    EXPECT_EQ(1U, failing.Failed());
 }
 
 TEST(ResourceManager, IsReadyWhenTheFileIsMissing) {
