@@ -142,6 +142,19 @@ TEST(JobCheck, JobIdHoldsLettersDigitsAndDashes) {
     EXPECT_EQ(refusals[0].option, "job id");
 }
 
+TEST(JobCheck, EventsOfTheControlCpuAreHeldToTheirRuleInTheWholeJob) {
+    DeviceJob job;
+    job.jobId = "good-1";
+    job.params.devices = "0";
+    job.ctrlCpuEvents = {"cycles"};
+
+    const std::vector<Refusal> refusals = CheckJob(job);
+
+    ASSERT_EQ(refusals.size(), 1u);
+    EXPECT_EQ(refusals[0].option, "--ctrl-cpu");
+    EXPECT_EQ(refusals[0].message, "--ctrl-cpu: write at most 8 raw event numbers such as 0x11");
+}
+
 TEST(JobSettings, ValuesGoIntoTheirFieldsByType) {
     ProfileParams params;
 

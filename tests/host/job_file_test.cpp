@@ -100,6 +100,7 @@ TEST_F(JobFile, NumbersBeyondTheirFieldAreNoNumbers) {
     EXPECT_NE(Read(R"({"devices": [2147483648]})"), "");
     EXPECT_NE(Read(R"({"tickRate": 18446744073709551615})"), "");
     EXPECT_NE(Read(R"({"pageSize": 4096.5})"), "");
+    EXPECT_NE(Read(R"({"repeat": -4294967297})"), "");
 }
 
 TEST_F(JobFile, SchemaAndToolTakeTheSameFiles) {

@@ -1,6 +1,7 @@
 // The newest values out of a stream of chunks.
 #include <gtest/gtest.h>
 
+#include "host/channel_bytes.h"
 #include "host/live_bench.h"
 
 namespace tiv::test {
@@ -240,6 +241,42 @@ TEST(LiveModel, ChannelBehindAGapHasNoRatesUntilItIsReadAgain) {
 
     ASSERT_EQ(1u, bench.Snapshot().streams.at(0).events.size());
     EXPECT_EQ(400, bench.Snapshot().streams.at(0).events[0].perSecond);
+}
+
+// A record waits for what comes behind it, which might be a header.
+const std::string NEXT = Count(2 * SECOND_NS, 1, 0, 1);
+
+// Two seconds of an event on two cores, 10 and 20 times in the second one.
+std::string CountsOfTwoCores() {
+    return PerfHeader() + Count(SECOND_NS, 0, 0, 5) + Count(SECOND_NS, 0, 1, 7) +
+           Count(2 * SECOND_NS, 0, 0, 10) + Count(2 * SECOND_NS, 0, 1, 20);
+}
+
+TEST(LiveModel, CountsOfTheCoresAddUpAndLossesAreTold) {
+    LiveBench bench;
+    bench.model.TakeCounts(Counted(1), SECOND_NS);
+
+    bench.Give(LLC, CountsOfTwoCores() + Count(2 * SECOND_NS, UINT32_MAX, UINT32_MAX, 44) +
+                        Count(2 * SECOND_NS, UINT32_MAX, UINT32_MAX, 6) + NEXT);
+
+    const auto stream = bench.Snapshot().streams.at(0);
+    EXPECT_EQ("software events", stream.source);
+    EXPECT_EQ(50u, stream.lostRecords);
+    ASSERT_EQ(2u, stream.events.size());
+    EXPECT_DOUBLE_EQ(30, stream.events[0].perSecond.value_or(-1));
+    EXPECT_FALSE(stream.events[1].perSecond.has_value());
+}
+
+TEST(LiveModel, DriversChannelBehindAGapIsReadFromItsNextHeader) {
+    LiveBench bench;
+    bench.model.TakeCounts(Counted(1), SECOND_NS);
+    bench.Give(LLC, CountsOfTwoCores());
+
+    bench.Give(LLC, Count(3 * SECOND_NS, 0, 0, 1).substr(5) + CountsOfTwoCores() + NEXT, true);
+
+    const auto events = bench.Snapshot().streams.at(0).events;
+    ASSERT_EQ(2u, events.size());
+    EXPECT_DOUBLE_EQ(30, events[0].perSecond.value_or(-1));
 }
 
 TEST(LiveModel, DamageIsCountedAndTheNextRecordRead) {

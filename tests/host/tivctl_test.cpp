@@ -29,7 +29,9 @@ TEST_F(TivctlTest, WrongCommandLinesExit2) {
                                                          {"collect", "--no-option"},
                                                          {"collect", "--device", "x"},
                                                          {"collect", "--duration", "10 parsecs"},
-                                                         {"collect", "--duration", "-1s"}};
+                                                         {"collect", "--duration", "-1s"},
+                                                         {"collect", "/no/job/file"},
+                                                         {"top", "--drain-timeout", "soon"}};
     for (const auto& words : wrong) {
         TivctlRun run(directory_, words);
         EXPECT_EQ(2, run.Wait()) << words.size();
