@@ -164,6 +164,10 @@ long __wrap_syscall(long number, void* attributes, int process, int cpu, int gro
     if (number != SYS_perf_event_open || counterPipe[0] < 0) {
         return __real_syscall(number, attributes, process, cpu, group, flags);
     }
+    if (process != -1 || group != -1) {
+        errno = EBADF;
+        return -1;
+    }
     if (cpu != 0) {
         errno = ENODEV;
         return -1;

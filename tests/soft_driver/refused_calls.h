@@ -31,7 +31,8 @@ class GroupsOfPeers {
     GroupsOfPeers& operator=(const GroupsOfPeers&) = delete;
 };
 
-// While it lives, the machine counts every event on its first CPU and has the others offline.
+// While it lives, the machine counts every event on its first CPU and has the others offline. It
+// counts for all processes together and knows no groups of events.
 class CountingMachine {
  public:
     CountingMachine();
