@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "host/live/live_layout.h"
+#include "host/live/live_view.h"
 
 namespace tiv::test {
 namespace {
@@ -189,6 +190,20 @@ TEST(LiveLayout, QueueTellsWhatWaitsAndWhatWasSkipped) {
 
     EXPECT_EQ("QUEUE      5 waiting (1.0 kB), 70 at most; skipped 2 chunks, 3 frames; 4 unreadable",
               RowOf(Rows(snapshot, {90, 24}), "QUEUE"));
+}
+
+TEST(LiveLayout, OptionsOfTheViewNameTheSamplersOfEveryJob) {
+    std::vector<host::DeviceJob> jobs(2);
+    EXPECT_FALSE(host::MakeLiveOptions("t", jobs, {}).samplesMemory);
+    jobs[0].samplers = {"cpu", "memory"};
+    jobs[1].samplers = {"processes", "llc"};
+
+    const host::LiveOptions options = host::MakeLiveOptions("t", jobs, {});
+
+    EXPECT_TRUE(options.samplesCpu);
+    EXPECT_TRUE(options.samplesMemory);
+    EXPECT_TRUE(options.samplesProcesses);
+    EXPECT_TRUE(options.samplesChannels);
 }
 
 TEST(LiveLayout, SamplerThatWasNotAskedForIsNamedWithItsOption) {

@@ -82,6 +82,7 @@ TEST_F(LiveTopTest, ShowsWhatArrivesAndQEndsTheJobAndRestoresTheTerminal) {
 
     EXPECT_EQ(0, terminal_->Wait());
     EXPECT_TRUE(terminal_->IsRestored());
+    EXPECT_EQ(std::string::npos, terminal_->Bytes().find("ending the job")) << "it took no time";
     EXPECT_TRUE(fs::is_empty(output_));
 }
 
@@ -177,6 +178,7 @@ TEST_F(LiveTopTest, TerminalOf0ColumnsCountsAs80) {
     EXPECT_TRUE(terminal_->WaitFor([](const auto& screen) {
         return screen.Row(24) == "q quit  c by CPU  m by memory  p by PID  space pause";
     }));
+    EXPECT_EQ(80u, Row(2).size()) << Row(2);
     terminal_->Press("q");
     End();
     EXPECT_EQ(0, terminal_->Wait());

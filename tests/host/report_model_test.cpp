@@ -134,6 +134,11 @@ TEST_F(ReportModelTest, CpuIsDrawnByStateAndByCore) {
     const nlohmann::json chart = page.Section("cpu-0");
     const nlohmann::json cores = page.Section("cores-0");
 
+    std::vector<int> colors;
+    for (const auto& entry : chart["series"]) {
+        colors.push_back(entry["color"].get<int>());
+    }
+    EXPECT_EQ(colors, (std::vector<int>{0, 8, 1, 3, 6, 5, 10})) << "the last is the grey one";
     EXPECT_EQ(chart["series"][0]["name"], "user");
     EXPECT_EQ(page.Column<float>(chart["series"][0]["mean"])[3], 30);
     EXPECT_EQ(chart["series"][2]["name"], "system");
@@ -190,6 +195,19 @@ TEST_F(ReportModelTest, MemoryIsPartedIntoWhatItIsUsedFor) {
     EXPECT_EQ(page.Section("memory-0")["top"], 1000);
 }
 
+TEST_F(ReportModelTest, MemoryTableHasTheLinesThatCountBytes) {
+    model.OnMemoryKey({0, 0, "MemTotal", true});
+    model.OnMemoryKey({0, 1, "HugePages_Total", false});
+    for (const uint32_t key : {0U, 1U, 2U}) {  // nobody has told what 2 is
+        model.OnMemory({0, START, key, 1000});
+    }
+
+    const nlohmann::json table = Decode().Section("memory-table-0");
+
+    ASSERT_EQ(table["rows"].size(), 1u);
+    EXPECT_EQ(table["rows"][0], nlohmann::json({"MemTotal", 1000, 1000, 1000, 1000, 0, 1}));
+}
+
 TEST_F(ReportModelTest, SwapIsDrawnWhenItIsInUse) {
     model.OnMemoryKey({0, 0, "SwapTotal", true});
     model.OnMemoryKey({0, 1, "SwapFree", true});
@@ -242,6 +260,7 @@ TEST_F(ReportModelTest, ProcessTableHasAllOfThem) {
     const nlohmann::json table = Decode().Section("processes");
 
     ASSERT_EQ(table["rows"].size(), 2u);
+    EXPECT_EQ(table["note"], "");
     const nlohmann::json row = RowOf(table, "<b>\"x\"\\x0a");
     EXPECT_EQ(row[1], 77);
     EXPECT_EQ(row[3], 0.025);
