@@ -275,6 +275,10 @@ TEST_F(ReportModelTest, ProcessWhoseCpuWasNotReadHasNoCpuFigures) {
     memory.timeNs = START;
     memory.residentBytes = 4096;
     model.OnProcessMemory(memory);
+    ProcessCpuRow first;  // there is nothing yet to compare it with
+    first.process = 1;
+    first.timeNs = START;
+    model.OnProcessCpu(first);
     model.OnProcess({0, 1, 5, {}, {}, "p", START, START});
 
     const nlohmann::json row = RowOf(Decode().Section("processes"), "p");
