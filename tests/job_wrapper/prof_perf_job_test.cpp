@@ -81,6 +81,8 @@ TEST_F(CtrlCpuInit, MakesTheDeviceDirectoryAndTellsIt) {
     EXPECT_TRUE(job.IsGlobalJobLevel());
 }
 
+TEST_F(CtrlCpuInit, NoRecorderRunsAtFirst) { EXPECT_EQ(job.Pid(), -1); }
+
 TEST_F(CtrlCpuInit, DeclinesWithoutEvents) {
     SetEvents({});
     EXPECT_EQ(job.Init(cfg), -1);
