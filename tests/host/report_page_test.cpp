@@ -117,6 +117,20 @@ TEST_F(ReportPageTest, FullDiskIsToldAndLeavesNoPage) {
     EXPECT_FALSE(fs::exists(directory / "report.html.new"));
 }
 
+TEST_F(ReportPageTest, LinkInPlaceOfTheScratchFileIsNotFollowed) {
+    std::string error;
+    const auto result = OpenResult(directory, error);
+    ASSERT_TRUE(result.has_value()) << error;
+    std::ofstream(directory / "victim") << "somebody's notes";
+    fs::create_symlink(directory / "victim", directory / "report.html.new");
+
+    const ReportOutcome outcome = WriteReport(*result, directory / "report.html");
+
+    EXPECT_EQ(outcome.error, "cannot write " + (directory / "report.html").string() +
+                                 ": Too many levels of symbolic links");
+    EXPECT_EQ(Read(directory / "victim"), "somebody's notes");
+}
+
 TEST_F(ReportPageTest, CancelledReadingLeavesNoPage) {
     std::ofstream(directory / "device_0" / "data" / "SystemCpuUsage.data")
         << "TimeStamp:1\nIndex:0\nDataLen:3\nabc\n";

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "host/export/output_directory.h"
-#include "host/export/output_file.h"
 #include "host/export/row_exporter.h"
+#include "host/output_file.h"
 
 namespace tiv::host {
 

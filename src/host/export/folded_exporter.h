@@ -9,7 +9,7 @@
 
 #include "host/export/exporter.h"
 #include "host/export/output_directory.h"
-#include "host/export/output_file.h"
+#include "host/output_file.h"
 
 namespace tiv::host {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/export/output_file.h"
+#include "host/output_file.h"
 
 namespace tiv::host {
 

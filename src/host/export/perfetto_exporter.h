@@ -11,9 +11,9 @@
 
 #include "host/export/exporter.h"
 #include "host/export/gzip_file.h"
-#include "host/export/output_file.h"
 #include "host/export/perfetto_packets.h"
 #include "host/export/perfetto_profile.h"
+#include "host/output_file.h"
 #include "host/result/file_parser.h"
 
 namespace tiv::host {

@@ -7,9 +7,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host/export/output_file.h"
 #include "host/export/perfetto_packets.h"
 #include "host/export/stack_table.h"
+#include "host/output_file.h"
 
 namespace tiv::host {
 

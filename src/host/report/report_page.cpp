@@ -3,12 +3,7 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
-
-#include "host/output_place.h"
+#include "host/output_file.h"
 #include "host/report/page_assets.h"
 #include "host/report/page_block.h"
 #include "host/report/report_model.h"
@@ -57,19 +52,12 @@ std::string_view ContentOf(std::string_view place, std::string_view policy, std:
 }
 
 std::string WritePage(const std::string& path, const std::string& page) {
-    if (std::string problem = WhyNoFileFits(path); !problem.empty()) {
-        return problem;
+    OutputFile file(path);
+    if (file.Open()) {
+        file.Write(page);
+        (void)file.Commit();  // a failure stays in its error
     }
-    const std::string temporary = path + ".new";
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file << page;
-    file.close();
-    if (!file || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        const std::string reason = std::strerror(errno);
-        (void)std::remove(temporary.c_str());
-        return fmt::format("cannot write {}: {}", path, reason);
-    }
-    return "";
+    return file.Error();
 }
 
 }  // namespace

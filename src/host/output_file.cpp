@@ -1,5 +1,5 @@
 // Writing a file and giving it its name.
-#include "host/export/output_file.h"
+#include "host/output_file.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
