@@ -39,8 +39,9 @@ constexpr std::array<int, 11> SIGNALS = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGAB
 // lock-free atomics.
 std::atomic<int> screenFd{-1};
 std::atomic<int> wakeFd{-1};
-std::atomic<bool> isLeft{false};  // for good
-std::atomic<bool> isAway{false};  // left, or suspended: nobody but a handler may write
+std::atomic<bool> isLeft{false};     // for good
+std::atomic<bool> isRestored{true};  // the terminal is as it was found
+std::atomic<bool> isAway{false};     // left, or suspended: nobody but a handler may write
 std::atomic<bool> isWriting{false};
 std::atomic<bool> isRepaintNeeded{false};
 struct termios foundMode;
@@ -66,9 +67,18 @@ void LeaveNow() {
         (void)WriteNow(LEAVE);
     }
     (void)tcsetattr(screenFd, TCSANOW, &foundMode);
+    isRestored = true;
+}
+
+// Whoever comes second must not end the process while the first is not done: it leaves as well.
+void LeaveForGood() {
+    if (!isLeft.exchange(true) || !isRestored) {
+        LeaveNow();
+    }
 }
 
 void EnterNow() {
+    isRestored = false;
     (void)tcsetattr(screenFd, TCSANOW, &screenMode);
     (void)WriteNow(ENTER);
     isRepaintNeeded = true;
@@ -114,9 +124,7 @@ void OnSignal(int signal, siginfo_t* info, void* context) {
             Suspend();
         }
     } else {
-        if (!isLeft.exchange(true)) {
-            LeaveNow();
-        }
+        LeaveForGood();
         PassOn(signal, info, context);
     }
     errno = savedErrno;
@@ -234,9 +242,7 @@ void Screen::Leave() {
         (void)poll(&writable, 1, LEAVE_PATIENCE_MS);
         Flush();
     }
-    if (!isLeft.exchange(true)) {
-        LeaveNow();
-    }
+    LeaveForGood();
 }
 
 bool Screen::IsLeft() const { return isLeft || isGone_; }
