@@ -408,6 +408,20 @@ TEST_F(ReportModelTest, EachEventOfTheProfileHasAFlameGraph) {
     EXPECT_EQ(page.Section("functions-0")["rows"][0][0], "f");
 }
 
+TEST_F(ReportModelTest, EventsBeyondTheEighthAreCountedAndNotDrawn) {
+    const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
+    for (const char* event : {"e1", "e2", "e3", "e4", "e5", "e6", "e7", "e8", "e9", "e9"}) {
+        model.OnProfileSample({0, START, {}, {}, {}, "app", event, 1, stack});
+    }
+
+    const DecodedPage page = Decode();
+
+    EXPECT_EQ(page.Section("flame-7")["title"], "CPU profile at e8");
+    EXPECT_EQ(page.model.dump().find("CPU profile at e9"), std::string::npos);
+    EXPECT_NE(page.model.dump().find("2 samples of further events are not drawn on this page."),
+              std::string::npos);
+}
+
 TEST_F(ReportModelTest, PlotsStandBeforeTheProfileAndTablesLast) {
     const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
     AddCpu(100, ALL_CORES, 50, 0, 50);
@@ -438,7 +452,8 @@ TEST_F(ReportModelTest, SectionsHaveTheirTitlesAndTablesAColumnForEachCell) {
     model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
 
     const std::set<std::string> kinds = {"chart", "empty", "flame", "heatmap", "table"};
-    for (const auto& section : Decode().model["sections"]) {
+    const DecodedPage page = Decode();
+    for (const auto& section : page.model["sections"]) {
         const std::string id = section.at("id");
         EXPECT_EQ(kinds.count(section.at("kind")), 1u) << section.at("kind");
         EXPECT_NE(section.at("title"), "") << id;
@@ -456,7 +471,8 @@ TEST_F(ReportModelTest, SeriesOfAChartDifferInTheirColours) {
     model.OnMemoryKey({0, 0, "MemTotal", true});
     model.OnMemory({0, START, 0, 1000});
 
-    for (const auto& section : Decode().model["sections"]) {
+    const DecodedPage page = Decode();
+    for (const auto& section : page.model["sections"]) {
         std::set<int> colors;
         const auto series = section.value("series", nlohmann::json::array());
         for (const auto& entry : series) {
