@@ -149,6 +149,17 @@ TEST(LiveModel, ProcessesCanBeOrderedByCpuMemoryAndId) {
     EXPECT_EQ(3u, bench.Snapshot(ProcessOrder::PID).processes[2].pid);
 }
 
+TEST(LiveModel, ProcessesBeyondTheMostThatAreKeptAreLeftOut) {
+    constexpr uint32_t MOST = 65536;
+    LiveBench bench;
+    for (uint32_t pid = 1; pid <= MOST + 1; ++pid) {
+        bench.Give(fmt::format("data/{}-CpuUsage.data", pid),
+                   Record(SECOND_NS, 0, ProcessStat(pid, "p", 1, 0)));
+    }
+
+    EXPECT_EQ(MOST, bench.model.Processes());
+}
+
 TEST(LiveModel, ProcessThatIsNoLongerSeenGoes) {
     LiveBench bench;
     bench.Give("data/5-CpuUsage.data", Record(SECOND_NS, 0, ProcessStat(5, "gone", 1, 0)));

@@ -64,6 +64,15 @@ TEST_F(RateEstimate, ProcessThatHasGoneCountsAsNothing) {
     EXPECT_EQ(MeasureSamples(proc.Path()).processesAlive, 0u);
 }
 
+TEST_F(RateEstimate, ProcessThatGoesBetweenItsTwoFilesCountsAsNothing) {
+    AddProcess("17");
+    AddProcess("4711");
+    proc.Write("17/stat", "");
+    proc.Write("4711/statm", "");
+
+    EXPECT_EQ(MeasureSamples(proc.Path()).processesAlive, 0u);
+}
+
 TEST_F(RateEstimate, RateIsBytesOverInterval) {
     SampleSizes sizes;
     sizes.cpu = 100;
