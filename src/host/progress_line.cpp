@@ -24,8 +24,7 @@ constexpr std::chrono::milliseconds RATE_INTERVAL{500};
 ProgressLine::ProgressLine(bool quiet)
     : quiet_(quiet), terminal_(IsPaintableTerminal(STDERR_FILENO)) {}
 
-std::string ProgressLine::Text(const Progress& progress) {
-    const auto now = std::chrono::steady_clock::now();
+std::string ProgressLine::Text(const Progress& progress, Clock::time_point now) {
     if (now - lastRated_ >= RATE_INTERVAL) {
         const double seconds = std::chrono::duration<double>(now - lastRated_).count();
         const bool first = lastRated_.time_since_epoch().count() == 0;
@@ -43,14 +42,14 @@ std::string ProgressLine::Text(const Progress& progress) {
 }
 
 void ProgressLine::Show(const Progress& progress) {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = Clock::now();
     const auto interval = terminal_ ? std::chrono::milliseconds(REPAINT_INTERVAL)
                                     : std::chrono::milliseconds(PLAIN_INTERVAL);
     if (quiet_ || now - lastShown_ < interval) {
         return;
     }
     lastShown_ = now;
-    std::string text = Text(progress);
+    std::string text = Text(progress, now);
     if (terminal_) {
         text.resize(std::min(text.size(), TerminalColumns(STDERR_FILENO) - 1));
         Say(stderr, "\r\033[K" + text);

@@ -13,6 +13,8 @@ namespace tiv::host {
 // five seconds. One thread.
 class ProgressLine : public CollectionView {
  public:
+    using Clock = std::chrono::steady_clock;
+
     // `quiet` writes nothing at all.
     explicit ProgressLine(bool quiet);
 
@@ -20,14 +22,16 @@ class ProgressLine : public CollectionView {
     // Removes the line, so that a message can stand in its place.
     void Clear() override;
 
- private:
-    std::string Text(const Progress& progress);
+    // "collecting  3.0s of 10.0s  1.2 GB  410 MB/s  7 files" at `now`. The rate is that of the last
+    // half second or more between two calls.
+    std::string Text(const Progress& progress, Clock::time_point now);
 
+ private:
     const bool quiet_;
     const bool terminal_;
     bool painted_ = false;
-    std::chrono::steady_clock::time_point lastShown_{};
-    std::chrono::steady_clock::time_point lastRated_{};
+    Clock::time_point lastShown_{};
+    Clock::time_point lastRated_{};
     uint64_t ratedBytes_ = 0;
     double bytesPerSecond_ = 0;
 };

@@ -1,9 +1,11 @@
 // tivctl export as a program.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "host/export_bench.h"
+#include "host/stepped_clock.h"
 #include "host/tivctl_bench.h"
 #include "host/work_progress.h"
 
@@ -183,6 +185,27 @@ TEST(ExportResult, CancelledExportLeavesTheDirectoryThatWasThere) {
         EXPECT_TRUE(ExportResult(Golden("profile"), format, output, whileReading).cancelled);
         EXPECT_TRUE(std::filesystem::is_directory(output)) << static_cast<int>(format);
     }
+}
+
+TEST_F(ExportCommand, ProgressIsToldEveryFiveSecondsFromTheFirstOn) {
+    const ScopedSteppedClock clock;
+
+    EXPECT_EQ(0, Export({Golden("complete"), "--to", "csv", "--output", directory_.Path("c")}));
+
+    const std::string told = tivctl_->Errors();
+    EXPECT_EQ(6, std::count(told.begin(), told.end(), '\n')) << told;
+    EXPECT_EQ(0u, told.find("exporting  3%  1.9 kB of 64.7 kB  955 B/s  1m05s left\n")) << told;
+    const std::string last = "\nexporting  100%  64.7 kB of 64.7 kB  2.4 kB/s  0ms left\n";
+    EXPECT_EQ(told.size() - last.size(), told.rfind(last)) << told;
+}
+
+TEST_F(ExportCommand, QuietTellsNoProgress) {
+    const ScopedSteppedClock clock;
+
+    EXPECT_EQ(0, Export({Golden("complete"), "--to", "csv", "--output", directory_.Path("c"),
+                         "--quiet"}));
+
+    EXPECT_EQ("", tivctl_->Errors());
 }
 
 TEST(WorkProgress, LineTellsShareSizesRateAndRest) {

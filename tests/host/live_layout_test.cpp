@@ -91,6 +91,15 @@ TEST(LiveLayout, TitleTellsDeviceTimeAndRate) {
     EXPECT_EQ("tivctl top  devices 3,4  live 1.5s of 1m00s  1.5 MB  2.0 kB/s", Rows(collecting)[0]);
 }
 
+TEST(LiveLayout, LongNameAndLongRateOfAStreamKeepABlankBetweenThem) {
+    LiveSnapshot snapshot = Full();
+    snapshot.streams[0].name = "a name of a channel that fills its column";
+    snapshot.streams[0].bytesPerSecond = 1e18;
+
+    const std::string row = RowOf(Rows(snapshot), "3 a name");
+    EXPECT_EQ(25u, row.find(" 1000000.0 TB/s")) << row;
+}
+
 TEST(LiveLayout, EachCoreHasItsSharesAndItsHistory) {
     const auto rows = Rows(Full());
     EXPECT_EQ("all       50.0%   50.0%    0.0%    0.0%    0.0%  _=#", RowOf(rows, "all"));

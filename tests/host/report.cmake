@@ -15,5 +15,6 @@ tiv_test(test_report
 target_link_libraries(test_report PRIVATE ZLIB::ZLIB)
 target_compile_definitions(test_report PRIVATE
   TIVCTL_PROGRAM="$<TARGET_FILE:tivctl>"
+  TIV_STEPPED_CLOCK="$<TARGET_FILE:tiv_stepped_clock>"
   TIV_GOLDEN_DIR="${CMAKE_CURRENT_SOURCE_DIR}/golden")
-add_dependencies(test_report tivctl)
+add_dependencies(test_report tivctl tiv_stepped_clock)

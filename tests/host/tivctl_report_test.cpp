@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/report_decode.h"
+#include "host/stepped_clock.h"
 #include "host/tivctl_bench.h"
 
 using namespace tiv::host;
@@ -53,6 +54,16 @@ TEST_F(ReportCommand, TellsWhereThePageIs) {
     EXPECT_EQ(path + "\n", tivctl_->Output());
     EXPECT_EQ("", tivctl_->Errors());
     EXPECT_EQ("complete", DataOf(path).model["state"]);
+}
+
+TEST_F(ReportCommand, ProgressIsToldFromTheFirstSecondOn) {
+    const ScopedSteppedClock clock;
+
+    EXPECT_EQ(0, Run({"report", Golden("complete"), "--output", directory_.Path("page.html")}));
+
+    const std::string told = tivctl_->Errors();
+    EXPECT_EQ(0u, told.find("making the report  3%  1.9 kB of 64.7 kB  955 B/s  1m05s left\n"))
+        << told;
 }
 
 // A page named over a device would end the device for the whole machine.

@@ -13,7 +13,6 @@ namespace tiv::host {
 namespace {
 
 constexpr std::chrono::milliseconds WATCH_INTERVAL{100};
-constexpr std::chrono::seconds LONG_END{1};
 
 }  // namespace
 
@@ -69,10 +68,8 @@ bool TopRun::Watch() {
 
 // Once, when the end takes long. Always true: it takes as long as it takes.
 bool TopRun::SayHowToLeave() {
-    const bool isLong = std::chrono::steady_clock::now() - endedAt_ > LONG_END;
-    if (isLong && !saidHowToLeave_) {
+    if (slowEnd_.IsNews(SlowEnd::Clock::now())) {
         Report("ending the job; press Ctrl-C to leave at once");
-        saidHowToLeave_ = true;
     }
     return true;
 }
@@ -80,7 +77,7 @@ bool TopRun::SayHowToLeave() {
 // Every device is told to stop, also when another one failed.
 bool TopRun::EndAll() {
     view_.Clear();
-    endedAt_ = std::chrono::steady_clock::now();
+    slowEnd_.Begin(SlowEnd::Clock::now());
     std::vector<DeviceRun*> stopped;
     for (const auto& run : runs_) {
         if (run->Stop()) {

@@ -9,6 +9,7 @@
 #include "host/device_link.h"
 #include "host/device_run.h"
 #include "host/job_plan.h"
+#include "host/live/slow_end.h"
 #include "host/stop_signal.h"
 
 namespace tiv::host {
@@ -41,8 +42,7 @@ class TopRun {
     bool starting_ = true;
     std::vector<std::unique_ptr<DeviceRun>> runs_;
     std::chrono::steady_clock::time_point startedAt_;
-    std::chrono::steady_clock::time_point endedAt_;
-    bool saidHowToLeave_ = false;
+    SlowEnd slowEnd_;
 };
 
 }  // namespace tiv::host
