@@ -143,7 +143,7 @@ class TerminalRun {
         pid_ = fork();
         if (pid_ == 0) {
             (void)setsid();
-            for (const int signal : {SIGINT, SIGQUIT, SIGTSTP}) {
+            for (const int signal : {SIGINT, SIGQUIT, SIGTSTP, SIGHUP}) {
                 (void)::signal(signal, SIG_DFL);  // whoever runs the tests may ignore them
             }
             (void)ioctl(slave, TIOCSCTTY, 0);
