@@ -18,7 +18,7 @@ namespace tiv::test {
 
 // Device 1 with every channel that a job class knows, and a running poller. The chip is the one of
 // the fresh driver and the report configuration is empty.
-class ChannelJobTest : private FreshDoubles, public ::testing::Test {
+class ChannelJobTest : public ::testing::Test {
  protected:
     using CollectionJobCfg = Analysis::Rokt::JobWrapper::CollectionJobCfg;
     using CommonParams = Analysis::Rokt::JobWrapper::CollectionJobCommonParams;

@@ -72,7 +72,7 @@ using Analysis::Rokt::JobWrapper::ProfMiniLlcJob;
 class FreshTimerManager : public Analysis::Rokt::JobWrapper::TimerManager {};
 class FreshChannelManager : public ProfChannelManager {};
 
-class Parts : private FreshDoubles, public ::testing::Test {
+class Parts : public ::testing::Test {
  protected:
     Parts() {
         startResult = 0;

@@ -22,7 +22,7 @@ constexpr uint32_t BUFFER = 262145;
 
 // A directory of record files, a script that turns each into the text "text of <file>", and a task
 // whose passes are counted out.
-class PerfTask : private tiv::test::FreshDoubles, public ::testing::Test {
+class PerfTask : public ::testing::Test {
  protected:
     PerfTask() {
         params->job_id = "job7";

@@ -5,7 +5,9 @@
 
 #include <thread>
 
-#include "support/fresh_doubles.h"
+#include "support/failing_new.h"
+#include "support/fake_driver.h"
+#include "support/recorded_log.h"
 #include "transport/channel_poll.h"
 #include "transport/prof_channel.h"
 
@@ -17,7 +19,7 @@ using tiv::test::FailingNew;
 using tiv::test::FakeDriver;
 using tiv::test::RecordedLog;
 
-class ProfChannelManagerTest : private tiv::test::FreshDoubles, public testing::Test {
+class ProfChannelManagerTest : public testing::Test {
  protected:
     ~ProfChannelManagerTest() override { Manager().UnInit(true); }
 

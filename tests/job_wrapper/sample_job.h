@@ -9,7 +9,9 @@
 #include "job_wrapper/collection_job.h"
 #include "message/job_context.h"
 #include "message/prof_params.h"
-#include "support/fresh_doubles.h"
+#include "support/fake_driver.h"
+#include "support/fake_mm.h"
+#include "support/recorded_log.h"
 
 namespace tiv::test {
 
@@ -25,7 +27,7 @@ inline std::shared_ptr<analysis::rokt::message::JobContext> MakeJobContext() {
 }
 
 // Starts each test with an empty log, a clock of its own and a collector.
-class SampleTest : private FreshDoubles, public ::testing::Test {
+class SampleTest : public ::testing::Test {
  protected:
     SampleTest() { log.Clear(); }
     ~SampleTest() override { (void)collector.Finish(); }

@@ -127,7 +127,7 @@ class PauseGate {
 
 // A device side with an uploader for "job7". Nothing below the working directory exists or is made:
 // its directories are made on paper and its files are /dev/null.
-class ScriptJobTest : private FreshDoubles, public ::testing::Test {
+class ScriptJobTest : public ::testing::Test {
  protected:
     using CollectionJobCfg = Analysis::Rokt::JobWrapper::CollectionJobCfg;
     using CommonParams = Analysis::Rokt::JobWrapper::CollectionJobCommonParams;

@@ -37,7 +37,7 @@ using MemJob = OpenJob<ProfSysMemJob>;
 using PidsJob = OpenJob<ProfAllPidsJob>;
 
 // A device side with an uploader for the job and all three switches on.
-class SysInfoJob : private tiv::test::FreshDoubles, public ::testing::Test {
+class SysInfoJob : public ::testing::Test {
  protected:
     SysInfoJob() {
         tiv::test::FakeDriver::Instance().drvGetPlatformInfo = [](uint32_t* info) {

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "config/json_parser.h"
-#include "support/fresh_doubles.h"
+#include "support/fake_driver.h"
+#include "support/fake_mm.h"
+#include "support/recorded_log.h"
 #include "transport/prof_channel.h"
 #include "transport/recording_transport.h"
 #include "transport/uploader_mgr.h"
@@ -24,7 +26,7 @@ constexpr uint32_t CHANNEL = 8;
 // The job "job1" of host device 3, collecting device 2. A scripted read gives a length without
 // writing data, and after the script the channel is empty. The report
 // configuration is empty.
-class ChannelFixture : private FreshDoubles, public testing::Test {
+class ChannelFixture : public testing::Test {
  protected:
     using ChannelReader = analysis::rokt::transport::ChannelReader;
 

@@ -6,6 +6,7 @@
 #include <numeric>
 #include <stdexcept>
 
+#include "support/failing_new.h"
 #include "transport/channel_fixture.h"
 #include "transport/prof_channel_buffers.h"
 

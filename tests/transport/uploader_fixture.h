@@ -7,13 +7,15 @@
 #include <memory>
 #include <string>
 
-#include "support/fresh_doubles.h"
+#include "support/fake_driver.h"
+#include "support/fake_mm.h"
+#include "support/recorded_log.h"
 #include "transport/gated_transport.h"
 #include "transport/uploader.h"
 
 namespace tiv::test {
 
-class UploaderFixture : private FreshDoubles, public testing::Test {
+class UploaderFixture : public testing::Test {
  protected:
     using Uploader = analysis::rokt::transport::Uploader;
     using ProfileFileChunk = analysis::rokt::ProfileFileChunk;

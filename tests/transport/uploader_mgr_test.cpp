@@ -6,6 +6,7 @@
 #include "hdc/hdc_transport.h"
 #include "message/codec.h"
 #include "message/profiler.pb.h"
+#include "support/failing_new.h"
 #include "transport/recording_transport.h"
 #include "transport/uploader_fixture.h"
 

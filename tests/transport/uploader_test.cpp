@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "support/failing_new.h"
 #include "transport/ending_waits.h"
 #include "transport/uploader_fixture.h"
 
