@@ -230,6 +230,34 @@ TEST_F(ResultDirectoryTest, ManifestBeyondAllMeasureIsNotRead) {
     EXPECT_EQ(1u, result.files.size());
 }
 
+TEST_F(ResultDirectoryTest, FilesBeyondTheMostAreNotReadAndNotCalledMissing) {
+    directory_.Write("device_0/data/Memory.data", "");
+    (void)directory_.MakeDir("device_1");
+    directory_.Write("device_1/more", "");
+    manifest_["devices"][0]["files"].push_back({{"name", "data/Memory.data"}, {"bytes", 0}});
+    directory_.Write("manifest.json", manifest_.dump());
+    std::string error;
+
+    const auto result = OpenResult(directory_.Path(), error, 1);
+
+    ASSERT_TRUE(result.has_value());
+    EXPECT_EQ(1u, result->files.size());
+    EXPECT_EQ((std::vector<std::string>{"manifest.json does not tell of device_1",
+                                        "more than 1 files: the rest is not read"}),
+              result->problems);
+    EXPECT_EQ(1000000u, MAX_RESULT_FILES);
+}
+
+TEST_F(ResultDirectoryTest, AsManyFilesAsTheMostAreAllRead) {
+    directory_.Write("manifest.json", manifest_.dump());
+    std::string error;
+
+    const auto result = OpenResult(directory_.Path(), error, 1);
+
+    ASSERT_TRUE(result.has_value());
+    EXPECT_TRUE(result->problems.empty()) << result->problems.front();
+}
+
 TEST_F(ResultDirectoryTest, IncompleteStateWithoutAReasonIsAProblemStill) {
     manifest_["complete"] = false;
     manifest_["state"] = "incomplete";

@@ -19,7 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t MAX_FILES = 1000000;
 constexpr int MAX_DIRECTORY_DEPTH = 4;
 constexpr std::string_view DEVICE_PREFIX = "device_";
 
@@ -100,12 +99,13 @@ void AddFile(const DeviceFacts& device, const fs::directory_entry& entry, const 
     result.files.push_back(std::move(file));
 }
 
-void FindFiles(const DeviceFacts& device, ResultDirectory& result) {
+// False when there are more files than `most`.
+bool FindFiles(const DeviceFacts& device, size_t most, ResultDirectory& result) {
     const fs::path base = fs::path(result.path) / device.directory;
     std::error_code error;
     if (!fs::is_directory(fs::symlink_status(base, error))) {
         result.problems.push_back(fmt::format("{} is missing", device.directory));
-        return;
+        return true;
     }
     fs::recursive_directory_iterator entry(base, error);
     const fs::recursive_directory_iterator end;
@@ -115,10 +115,10 @@ void FindFiles(const DeviceFacts& device, ResultDirectory& result) {
             if (entry.depth() >= MAX_DIRECTORY_DEPTH) {
                 entry.disable_recursion_pending();
             }
-        } else if (result.files.size() >= MAX_FILES) {
+        } else if (result.files.size() >= most) {
             result.problems.push_back(
-                fmt::format("more than {} files: the rest is not read", MAX_FILES));
-            return;
+                fmt::format("more than {} files: the rest is not read", most));
+            return false;
         } else {
             AddFile(device, *entry, base, result);
         }
@@ -128,6 +128,7 @@ void FindFiles(const DeviceFacts& device, ResultDirectory& result) {
         result.problems.push_back(
             fmt::format("{} cannot be listed: {}", device.directory, error.message()));
     }
+    return true;
 }
 
 // A result of an older tool has none.
@@ -145,8 +146,9 @@ void FindChunkTimes(const DeviceFacts& device, ResultDirectory& result) {
     }
 }
 
-// A name that is no UTF-8 stands in the manifest in another form and cannot be looked up.
-void CompareWithList(ResultDirectory& result, ListedFiles listed) {
+// A name that is no UTF-8 stands in the manifest in another form and cannot be looked up. Of files
+// that were not looked for, nobody knows whether they are missing.
+void CompareWithList(ResultDirectory& result, ListedFiles listed, bool hasAllFiles) {
     for (const FileFacts& file : result.files) {
         const auto entry = listed.find({file.directory, file.name});
         if (entry == listed.end()) {
@@ -160,7 +162,7 @@ void CompareWithList(ResultDirectory& result, ListedFiles listed) {
         listed.erase(entry);
     }
     for (const auto& [where, bytes] : listed) {
-        if (where.second.find("\xef\xbf\xbd") == std::string::npos) {
+        if (hasAllFiles && where.second.find("\xef\xbf\xbd") == std::string::npos) {
             result.problems.push_back(
                 fmt::format("{}: missing, {} bytes", ShownName(where.first, where.second), bytes));
         }
@@ -210,7 +212,8 @@ FileKind KindOfFile(const std::string& name, uint32_t& pid) {
     return FileKind::OTHER;
 }
 
-std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& error) {
+std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& error,
+                                          size_t mostFiles) {
     std::error_code reason;
     const fs::directory_iterator readable(path, reason);
     if (reason) {
@@ -231,8 +234,9 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
             path);
         return std::nullopt;
     }
+    bool hasAllFiles = true;
     for (const DeviceFacts& device : result.devices) {
-        FindFiles(device, result);
+        hasAllFiles = hasAllFiles && FindFiles(device, mostFiles, result);
         FindChunkTimes(device, result);
     }
     std::sort(result.files.begin(), result.files.end(), [](const auto& left, const auto& right) {
@@ -246,7 +250,7 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
                std::make_tuple(right.deviceId, right.directory, rank(right), right.kind,
                                right.name);
     });
-    CompareWithList(result, std::move(listed));
+    CompareWithList(result, std::move(listed), hasAllFiles);
     if (result.state != "running") {
         NoteSilentSamplers(result);
     }

@@ -64,12 +64,14 @@ struct ResultDirectory {
     std::vector<std::string> problems;  // what is missing or damaged; texts for people, UTF-8
 };
 
+constexpr size_t MAX_RESULT_FILES = 1000000;
+
 // Looks at the manifest and at the files that are there. A damaged manifest, missing files and
-// whatever else is wrong inside the directory become problems of the result. Links are not
-// followed. No value, and `error` says why, when `path` is no directory that can be read or holds
-// nothing of a result.
-[[nodiscard]] std::optional<ResultDirectory> OpenResult(const std::string& path,
-                                                        std::string& error);
+// whatever else is wrong inside the directory become problems of the result, as do files of devices
+// beyond the first `mostFiles`. Links are not followed. No value, and `error` says why, when `path`
+// is no directory that can be read or holds nothing of a result.
+[[nodiscard]] std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& error,
+                                                        size_t mostFiles = MAX_RESULT_FILES);
 
 // The kind of a file by its name below the device's directory, and the process it belongs to.
 [[nodiscard]] FileKind KindOfFile(const std::string& name, uint32_t& pid);
