@@ -201,6 +201,11 @@ TEST(LiveLayout, QueueTellsWhatWaitsAndWhatWasSkipped) {
               RowOf(Rows(snapshot, {90, 24}), "QUEUE"));
 }
 
+TEST(LiveLayout, QueueIsEmptyAtFirst) {
+    EXPECT_EQ("QUEUE      0 waiting (0 B), 0 at most; skipped 0 chunks, 0 frames",
+              RowOf(Rows(Empty(), {90, 24}), "QUEUE"));
+}
+
 TEST(LiveLayout, OptionsOfTheViewNameTheSamplersOfEveryJob) {
     std::vector<host::DeviceJob> jobs(2);
     EXPECT_FALSE(host::MakeLiveOptions("t", jobs, {}).samplesMemory);

@@ -3,6 +3,7 @@ find_package(ZLIB REQUIRED)
 tiv_test(test_report
   SOURCES
     report_cell_series_test.cpp
+    report_channel_test.cpp
     report_flame_tree_test.cpp
     report_model_test.cpp
     report_page_block_test.cpp
