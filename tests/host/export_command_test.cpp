@@ -141,22 +141,6 @@ TEST_F(ExportCommand, DirectoryInPlaceOfTheFileIsToldBeforeTheWork) {
     }
 }
 
-TEST(ExportResult, ReportTellsHowMuchWasRead) {
-    const TempDir directory;
-    uint64_t total = 0;
-    ExportWatch watch;
-    watch.onRead = [&](const ReadProgress& progress) {
-        total = progress.total;
-        return true;
-    };
-
-    const ExportReport report =
-        ExportResult(Golden("complete"), ExportFormat::CSV, directory.Path("x"), watch);
-
-    EXPECT_GT(report.bytesRead, 0u);
-    EXPECT_EQ(total, report.bytesRead);
-}
-
 TEST(ExportResult, CancelledExportLeavesNothing) {
     const TempDir directory;
     ExportWatch whileReading;

@@ -82,7 +82,7 @@ TEST_F(ResultReaderTest, EveryFileOfEveryDeviceBecomesRows) {
     EXPECT_TRUE(log.outcome.problems.empty());
     EXPECT_EQ(20u, log.outcome.firstNs);
     EXPECT_EQ(90u, log.outcome.lastNs);
-    EXPECT_EQ(log.outcome.bytes, returned_.bytes);
+    EXPECT_EQ(log.outcome.lastNs, returned_.lastNs);
 }
 
 TEST_F(ResultReaderTest, UnreadablePlacesBecomeProblems) {
@@ -125,14 +125,17 @@ TEST_F(ResultReaderTest, PipeThatTakesAFilesPlaceAfterTheLookIsAProblem) {
 
 TEST_F(ResultReaderTest, ProgressCountsUpToTheWhole) {
     uint64_t last = 0;
-    const TableLog& log = Read([&](const ReadProgress& progress) {
+    uint64_t total = 0;
+    (void)Read([&](const ReadProgress& progress) {
         EXPECT_GT(progress.bytes, last);
         last = progress.bytes;
-        EXPECT_GE(progress.total, progress.bytes);
+        total = progress.total;
+        EXPECT_GE(total, last);
         return true;
     });
 
-    EXPECT_EQ(log.outcome.bytes, last);
+    EXPECT_GT(total, 0u);
+    EXPECT_EQ(total, last);
 }
 
 TEST_F(ResultReaderTest, ReadingThatIsEndedEarlySaysSo) {

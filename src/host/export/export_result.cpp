@@ -83,7 +83,6 @@ ExportReport ExportResult(const std::string& directory, ExportFormat format,
         });
     report.isWhole = IsWhole(*result, outcome);
     report.problems = outcome.problems;
-    report.bytesRead = outcome.bytes;
     const bool committed = !report.cancelled && exporter->Commit();
     if (committed) {
         report.outputs = exporter->Outputs();

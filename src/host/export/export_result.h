@@ -1,7 +1,6 @@
 // Exports a result directory.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,7 +32,6 @@ struct ExportReport {
     bool cancelled = false;             // ended by the watch
     std::vector<std::string> problems;  // of the result
     std::vector<std::string> outputs;   // the files that were written
-    uint64_t bytesRead = 0;
 };
 
 // What wants to know how an export goes. False from either ends it.

@@ -183,7 +183,6 @@ ReadOutcome ResultReader::Read(const OnReadProgress& onProgress) {
         outcome_.problems.resize(MAX_PROBLEMS);
         outcome_.problems.push_back(fmt::format("and {} more of the kind", more));
     }
-    outcome_.bytes = progress_.bytes;
     outcome_.firstNs = span_.firstNs;
     outcome_.lastNs = span_.lastNs;
     visitor_.OnEnd(outcome_);

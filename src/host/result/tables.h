@@ -193,7 +193,6 @@ struct FileRow {
 struct ReadOutcome {
     // What is missing or damaged, one text each; empty for a complete result.
     std::vector<std::string> problems;
-    uint64_t bytes = 0;
     std::optional<uint64_t> firstNs;  // of all readings
     std::optional<uint64_t> lastNs;
     bool cancelled = false;
