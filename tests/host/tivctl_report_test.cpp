@@ -6,6 +6,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "host/held_stream.h"
 #include "host/report_decode.h"
 #include "host/stepped_clock.h"
 #include "host/tivctl_bench.h"
@@ -64,6 +65,22 @@ TEST_F(ReportCommand, ProgressIsToldFromTheFirstSecondOn) {
     const std::string told = tivctl_->Errors();
     EXPECT_EQ(0u, told.find("making the report  3%  1.9 kB of 64.7 kB  955 B/s  1m05s left\n"))
         << told;
+}
+
+TEST_F(ReportCommand, CtrlCLeavesNoPage) {
+    const ScopedSteppedClock clock;
+    HeldStream errors;
+    const std::string path = directory_.MakeDir("to") + "/page.html";
+    const std::vector<std::string> words = {"report", Golden("complete"), "--output", path};
+    tivctl_ = std::make_unique<TivctlRun>(directory_, words, errors.End());
+    ASSERT_TRUE(tivctl_->WaitForHandler());
+
+    tivctl_->Interrupt();
+
+    EXPECT_EQ("tivctl: left by Ctrl-C; no page was made\n", errors.Last());
+    EXPECT_EQ(130, tivctl_->Wait());
+    EXPECT_EQ("", tivctl_->Output());
+    EXPECT_TRUE(std::filesystem::is_empty(directory_.Path("to")));
 }
 
 // A page named over a device would end the device for the whole machine.
