@@ -13,8 +13,9 @@ stops after so many of the three. A mutant that doesn't compile isn't counted, a
 later runs.
 
 FILE (tools/mutants_allowed.txt) excuses mutants that no input can tell from the program, one a
-line: "file: original text => mutated text: reason". Status 1 when another one survived or when more
-than 5 % are excused.
+line: "file: original text => mutated text: reason". A text that the file has more than once needs
+what is in front of it: "file: lines in front >> original text => ...". Status 1 when another one
+survived or when more than 5 % are excused.
 """
 
 import argparse
@@ -222,9 +223,26 @@ def read_allowed(path):
         return [line.strip() for line in listing if line.strip() and not line.startswith("#")]
 
 
-def is_allowed(mutant, allowed):
-    start = f"{mutant.file}: {mutant.original} => {mutant.mutated}: "
-    return any(line.startswith(start) for line in allowed)
+def places(lines, text):
+    """The numbers of the lines where the code of an excuse begins; `text` is all in front of "=>"."""
+    front, _, original = text.rpartition(" >> ")
+    front = front.split(" / ") if front else []
+    texts = front + original.split(" / ")
+    return [at + len(front) + 1 for at in range(len(lines))
+            if lines[at:at + len(texts)] == texts]
+
+
+def is_allowed(mutant, allowed, lines):
+    """Whether a line of the list names the mutant of a file and no other place in it."""
+    lines = [" ".join(line.split()) for line in lines]
+    for line in allowed:
+        text, _, rest = line.partition(" => ")
+        name, _, text = text.partition(": ")
+        if (name == mutant.file and text.rpartition(" >> ")[2] == mutant.original
+                and rest.startswith(f"{mutant.mutated}: ")
+                and places(lines, text) == [mutant.line]):
+            return True
+    return False
 
 
 def tell(mutant, verdict):
@@ -260,7 +278,9 @@ def hunt(bench, arguments):
     stages = list(zip(STAGES, (bench.programs(folder), bench.neighbours(folder), [END_TO_END])))
     stages = stages[:arguments.stages]
     killed, excused, survived = dict.fromkeys(STAGES, 0), 0, 0
-    for mutant in mutants.draw(mutants.read_sources(bench.tree, folder), arguments.seed):
+    sources = mutants.read_sources(bench.tree, folder)
+    lines = {source.name: source.lines for source in sources}
+    for mutant in mutants.draw(sources, arguments.seed):
         if sum(killed.values()) + excused + survived == arguments.count:
             break
         if arguments.only and mutant.number not in arguments.only:
@@ -272,7 +292,7 @@ def hunt(bench, arguments):
             killed[stage] += 1
             tell(mutant, f"killed by {killer} ({stage})")
         elif stage is not None:
-            excuse = is_allowed(mutant, allowed)
+            excuse = is_allowed(mutant, allowed, lines[mutant.file])
             excused, survived = excused + excuse, survived + (not excuse)
             tell(mutant, "allowed" if excuse else "SURVIVED")
     return score(folder, killed, excused, survived)
