@@ -143,9 +143,13 @@ class TerminalRun {
         pid_ = fork();
         if (pid_ == 0) {
             (void)setsid();
-            for (const int signal : {SIGINT, SIGQUIT, SIGTSTP, SIGHUP}) {
-                (void)::signal(signal, SIG_DFL);  // whoever runs the tests may ignore them
+            // Whoever runs the tests may ignore them, or hold them back.
+            for (const int signal : {SIGINT, SIGQUIT, SIGTSTP, SIGHUP, SIGTERM}) {
+                (void)::signal(signal, SIG_DFL);
             }
+            sigset_t none;
+            (void)sigemptyset(&none);
+            (void)sigprocmask(SIG_SETMASK, &none, nullptr);
             (void)ioctl(slave, TIOCSCTTY, 0);
             for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
                 (void)dup2(slave, fd);
@@ -197,6 +201,16 @@ class TerminalRun {
         while (ReadSome(0)) {
         }
         return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+    // Reads until the program is stopped; false when that does not come within half a minute.
+    [[nodiscard]] bool WaitForStop() {
+        int status = 0;
+        for (int i = 0; i < 3000 && waitpid(pid_, &status, WNOHANG | WUNTRACED) == 0; ++i) {
+            ReadSome(10);
+        }
+        while (ReadSome(0)) {
+        }
+        return WIFSTOPPED(status);
     }
     // Without reading anything.
     int WaitUnread() {

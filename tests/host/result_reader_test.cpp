@@ -1,6 +1,7 @@
 // Whole results as rows.
 #include "host/result/result_reader.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +100,7 @@ TEST_F(ResultReaderTest, FileThatGoesAfterTheLookIsAProblem) {
     std::string error;
     const auto result = OpenResult(directory_.Path(), error);
     unlink(directory_.Path("device_0/data/Memory.data").c_str());
+    const int input = fcntl(STDIN_FILENO, F_GETFD);
     TableLog log;
     ResultReader reader(*result, log);
 
@@ -108,6 +110,7 @@ TEST_F(ResultReaderTest, FileThatGoesAfterTheLookIsAProblem) {
                   "device_0/data/Memory.data cannot be opened: No such file or directory"}),
               outcome.problems);
     EXPECT_EQ(29u, log.lines.size() + 1);
+    EXPECT_EQ(input, fcntl(STDIN_FILENO, F_GETFD)) << "nothing else was read in its place";
 }
 
 TEST_F(ResultReaderTest, PipeThatTakesAFilesPlaceAfterTheLookIsAProblem) {

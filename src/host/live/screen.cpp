@@ -95,6 +95,9 @@ void Suspend() {
     LeaveNow();
     (void)raise(SIGSTOP);
     EnterNow();
+    if (isLeft) {
+        LeaveNow();  // another signal has left the screen meanwhile, and was overtaken
+    }
     Wake();
 }
 
