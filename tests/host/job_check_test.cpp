@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -181,6 +182,20 @@ TEST(JobSettings, FieldsOfTivctlAndUnknownOnesAreRefused) {
               "--set sys_profiling is not for you to set: write --cpu or --memory");
     EXPECT_EQ(RefusedSetting("job_id", "x").option, "--set job_id");
     EXPECT_EQ(RefusedSetting("nothing", "1").allowed, "a field of the sample configuration");
+}
+
+TEST(JobSettings, NoFieldThatIsTrueOrFalseIsToBeSet) {
+    const nlohmann::json record = nlohmann::json::parse(ProfileParams().ToString());
+    size_t fields = 0;
+    for (const auto& [name, value] : record.items()) {
+        if (value.is_boolean()) {
+            ++fields;
+            EXPECT_NE(std::string::npos,
+                      RefusedSetting(name, "true").message.find(" is not for you to set: "))
+                << name;
+        }
+    }
+    EXPECT_LT(0u, fields);
 }
 
 TEST(JobSettings, ValuesOfTheWrongTypeAreRefused) {

@@ -46,6 +46,17 @@ TEST(LiveCellText, LettersOfManyScriptsComeThrough) {
     EXPECT_EQ(7u, FitCells("процесс", 80, Charset::UTF8).columns);
 }
 
+TEST(LiveCellText, LettersEndWhereTheirScriptEnds) {
+    for (const char* letter :
+         {"\u0370", "\u0377", "\u0384", "\u0482", "\u048a", "\u052f", "\u0531", "\u0556", "\u0561",
+          "\u0587", "\u10a0", "\u10ff", "\u1e00", "\u1fff"}) {
+        EXPECT_EQ(letter, Text(letter));
+    }
+    EXPECT_EQ("\\u{378}\\u{383}\\u{483}\\u{489}", Text("\u0378\u0383\u0483\u0489"));
+    EXPECT_EQ("\\u{530}\\u{557}\\u{560}\\u{588}", Text("\u0530\u0557\u0560\u0588"));
+    EXPECT_EQ("\\u{109f}\\u{1dff}\\u{2000}", Text("\u109f\u1dff\u2000"));
+}
+
 TEST(LiveCellText, WideCharactersCountTwice) {
     const CellText whole = FitCells("进程", 4, Charset::UTF8);
     EXPECT_EQ("进程", whole.text);

@@ -160,6 +160,21 @@ TEST(LiveModel, ProcessesBeyondTheMostThatAreKeptAreLeftOut) {
     EXPECT_EQ(MOST, bench.model.Processes());
 }
 
+TEST(LiveReader, FilesBeyondTheMostThatAreReadAreLeftOut) {
+    constexpr size_t MOST = 131072;
+    LiveBench bench;
+    bench.Give("data/5-CpuUsage.data", Record(SECOND_NS, 0, ProcessStat(5, "known", 0, 0)));
+    for (size_t i = 1; i < MOST; ++i) {
+        bench.Give(fmt::format("data/{}", i), "");
+    }
+
+    bench.Give("data/6-CpuUsage.data", Record(SECOND_NS, 0, ProcessStat(6, "late", 0, 0)));
+    bench.Give("data/5-CpuUsage.data", Record(2 * SECOND_NS, 1, ProcessStat(5, "known", 50, 0)));
+
+    ASSERT_EQ(1u, bench.model.Processes());
+    EXPECT_EQ(50, bench.Snapshot().processes[0].userPercent);
+}
+
 TEST(LiveModel, ProcessThatIsNoLongerSeenGoes) {
     LiveBench bench;
     bench.Give("data/5-CpuUsage.data", Record(SECOND_NS, 0, ProcessStat(5, "gone", 1, 0)));

@@ -85,6 +85,17 @@ TEST_F(LiveTopTest, ShowsWhatArrivesAndQEndsTheJobAndRestoresTheTerminal) {
     EXPECT_TRUE(fs::is_empty(output_));
 }
 
+TEST_F(LiveTopTest, OnlyWhatIsAskedForIsSampled) {
+    Top(80, 24, {"top", "--memory"});
+
+    EXPECT_TRUE(terminal_->WaitForText("not sampled: ask for them with --processes"));
+
+    EXPECT_EQ(std::string::npos, terminal_->Screen().All().find("ask for it with --memory"));
+    terminal_->Press("q");
+    End();
+    EXPECT_EQ(0, terminal_->Wait());
+}
+
 TEST_F(LiveTopTest, ManyQsAreOne) {
     Top();
     ASSERT_TRUE(terminal_->WaitForText(KEYS));

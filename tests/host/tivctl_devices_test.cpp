@@ -21,6 +21,7 @@ class TivctlDevices : public TivctlTest {
         words.emplace_back("--json");
         Start(std::move(words));
         EXPECT_EQ(exitCode, tivctl_->Wait()) << tivctl_->Errors();
+        EXPECT_EQ(0u, tivctl_->Output().find("{\n  \"")) << "indented by two, for people";
         return json::parse(tivctl_->Output());
     }
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <tuple>
 
@@ -146,9 +147,10 @@ void FindChunkTimes(const DeviceFacts& device, ResultDirectory& result) {
     }
 }
 
-// A name that is no UTF-8 stands in the manifest in another form and cannot be looked up. Of files
-// that were not looked for, nobody knows whether they are missing.
-void CompareWithList(ResultDirectory& result, ListedFiles listed, bool hasAllFiles) {
+// A name that is no UTF-8 stands in the manifest in another form and cannot be looked up. Of the
+// devices that were not `seen` whole, nobody knows what is missing.
+void CompareWithList(ResultDirectory& result, ListedFiles listed,
+                     const std::set<std::string>& seen) {
     for (const FileFacts& file : result.files) {
         const auto entry = listed.find({file.directory, file.name});
         if (entry == listed.end()) {
@@ -162,7 +164,7 @@ void CompareWithList(ResultDirectory& result, ListedFiles listed, bool hasAllFil
         listed.erase(entry);
     }
     for (const auto& [where, bytes] : listed) {
-        if (hasAllFiles && where.second.find("\xef\xbf\xbd") == std::string::npos) {
+        if (seen.count(where.first) > 0 && where.second.find("\xef\xbf\xbd") == std::string::npos) {
             result.problems.push_back(
                 fmt::format("{}: missing, {} bytes", ShownName(where.first, where.second), bytes));
         }
@@ -234,9 +236,13 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
             path);
         return std::nullopt;
     }
-    bool hasAllFiles = true;
+    bool goOn = true;
+    std::set<std::string> seen;
     for (const DeviceFacts& device : result.devices) {
-        hasAllFiles = hasAllFiles && FindFiles(device, mostFiles, result);
+        goOn = goOn && FindFiles(device, mostFiles, result);
+        if (goOn) {
+            seen.insert(device.directory);
+        }
         FindChunkTimes(device, result);
     }
     std::sort(result.files.begin(), result.files.end(), [](const auto& left, const auto& right) {
@@ -250,7 +256,7 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
                std::make_tuple(right.deviceId, right.directory, rank(right), right.kind,
                                right.name);
     });
-    CompareWithList(result, std::move(listed), hasAllFiles);
+    CompareWithList(result, std::move(listed), seen);
     if (result.state != "running") {
         NoteSilentSamplers(result);
     }
