@@ -2,20 +2,25 @@
 #include "channel_bench.h"
 #include "refused_calls.h"
 #include "soft_driver/channel_ring.h"
+#include "soft_driver/channel_table.h"
 #include "soft_driver/channel_writer.h"
 #include "soft_driver/perf_counters.h"
 #include "soft_driver/perf_source.h"
 #include "soft_driver/ready_set.h"
+#include "soft_driver/settings.h"
 
 namespace tiv::test {
 namespace {
 
 using soft_driver::ChannelRing;
 using soft_driver::ChannelSettings;
+using soft_driver::ChannelTable;
 using soft_driver::ChannelWriter;
+using soft_driver::DeviceSettings;
 using soft_driver::PerfCounters;
 using soft_driver::PerfSource;
 using soft_driver::ReadySet;
+using soft_driver::SourceKind;
 using soft_driver::StartRecord;
 
 using Counts = std::vector<uint64_t>;
@@ -37,17 +42,8 @@ class GivenCounters : public ::testing::Test {
     const CountingMachine machine_;
 };
 
-TEST_F(GivenCounters, CountOfPartOfTheTimeIsScaledUpToTheWhole) {
-    EXPECT_EQ((Counts{500}), FirstCounts(5, 100, 1));
-    EXPECT_EQ((Counts{10}), FirstCounts(5, 100, 50));
-}
-
 TEST_F(GivenCounters, CountOfTheWholeTimeIsKeptExactly) {
     EXPECT_EQ((Counts{9007199254740993}), FirstCounts(9007199254740993, 100, 100));
-}
-
-TEST_F(GivenCounters, EventThatWasNeverMeasuredGivesNone) {
-    EXPECT_EQ((Counts{}), FirstCounts(0, 100, 0));
 }
 
 TEST_F(GivenCounters, NothingIsReadBeforeTheFirstPeriodIsOver) {
@@ -68,6 +64,114 @@ TEST_F(GivenCounters, NothingIsReadBeforeTheFirstPeriodIsOver) {
     producer.Join();
 
     EXPECT_EQ(0u, ready.Used(entry));
+}
+
+TEST(Counters, UnknownEventIsNamed) {
+    PerfCounters counters;
+
+    EXPECT_EQ("no-event", counters.Open({"no-event"}));
+    EXPECT_EQ(ENOENT, errno);
+    errno = 0;
+    EXPECT_FALSE(soft_driver::PerfEventWorks("no-event"));
+    EXPECT_EQ(ENOENT, errno);
+}
+
+TEST(Counters, CpusThatAreOfflineAreLeftOut) {
+    const CountingMachine machine;
+    PerfCounters counters;
+    ASSERT_EQ("", counters.Open({"cpu-clock"}));
+
+    CountingMachine::Give(5, 100, 100);
+
+    ASSERT_EQ(1u, counters.Read().size());
+    CountingMachine::Give(12, 200, 200);
+    EXPECT_EQ(7u, counters.Read().at(0).count);
+}
+
+TEST(Counters, PartOfTheTimeIsScaledToTheWhole) {
+    const CountingMachine machine;
+    PerfCounters counters;
+    ASSERT_EQ("", counters.Open({"cpu-clock"}));
+
+    CountingMachine::Give(30, 400, 100);
+
+    EXPECT_EQ(120u, counters.Read().at(0).count);
+    CountingMachine::Give(50, 700, 200);
+    EXPECT_EQ(60u, counters.Read().at(0).count);
+}
+
+TEST(Counters, TimeThatWasNotMeasuredBelongsToTheNextStep) {
+    const CountingMachine machine;
+    PerfCounters counters;
+    ASSERT_EQ("", counters.Open({"cpu-clock"}));
+
+    CountingMachine::Give(0, 100, 0);
+
+    EXPECT_TRUE(counters.Read().empty());
+    CountingMachine::Give(10, 200, 100);
+    EXPECT_EQ(20u, counters.Read().at(0).count);
+}
+
+TEST(Counters, FailedReadingGivesNoStep) {
+    const CountingMachine machine;
+    PerfCounters counters;
+    ASSERT_EQ("", counters.Open({"cpu-clock"}));
+    CountingMachine::Give(5, 100, 100);
+    const RefusedCall refused("read", EIO);
+
+    EXPECT_TRUE(counters.Read().empty());
+
+    EXPECT_EQ(5u, counters.Read().at(0).count);
+}
+
+TEST(Counters, ReadingOfNothingGivesNoStep) {
+    const CountingMachine machine;
+    PerfCounters counters;
+    ASSERT_EQ("", counters.Open({"cpu-clock"}));
+
+    EXPECT_TRUE(counters.Read().empty());
+
+    CountingMachine::Give(5, 100, 100);
+    EXPECT_EQ(5u, counters.Read().at(0).count);
+}
+
+TEST(Counters, MachineThatCountsItsCacheOffersChannel8) {
+    const CountingMachine machine;
+
+    const std::vector<ChannelSettings> offered = ChannelTable::Instance().Offered(DeviceSettings());
+
+    ASSERT_EQ(1u, offered.size());
+    EXPECT_EQ(8u, offered[0].id);
+    EXPECT_EQ("llc", offered[0].name);
+    EXPECT_EQ(1u, offered[0].type);
+    EXPECT_EQ(SourceKind::PERF, offered[0].source.kind);
+    EXPECT_EQ((std::vector<std::string>{"LLC-loads", "LLC-stores"}), offered[0].source.events);
+    EXPECT_TRUE(offered[0].source.eventsAreDefault);
+}
+
+// The events of the cache channel after a start with these words.
+std::vector<std::string> EventsFor(const std::vector<uint32_t>& words, uint32_t channel = 8,
+                                   bool areDefault = true) {
+    ChannelSettings settings;
+    settings.id = channel;
+    settings.source.events = {"cpu-clock"};
+    settings.source.eventsAreDefault = areDefault;
+    PerfSource source(settings);
+    EXPECT_TRUE(source.Prepare(StartRecord{1, words}));
+    return source.Describe().events;
+}
+
+TEST(Counters, StartOfTheCacheChannelChoosesItsSide) {
+    const CountingMachine machine;
+    using Events = std::vector<std::string>;
+
+    EXPECT_EQ(Events{"LLC-loads"}, EventsFor({20, 1}));
+    EXPECT_EQ(Events{"LLC-stores"}, EventsFor({20, 2}));
+    EXPECT_EQ(Events{"cpu-clock"}, EventsFor({20, 0}));
+    EXPECT_EQ(Events{"cpu-clock"}, EventsFor({20, 3}));
+    EXPECT_EQ(Events{"cpu-clock"}, EventsFor({20}));
+    EXPECT_EQ(Events{"cpu-clock"}, EventsFor({20, 2}, 9));
+    EXPECT_EQ(Events{"cpu-clock"}, EventsFor({20, 1}, 8, false));
 }
 
 }  // namespace

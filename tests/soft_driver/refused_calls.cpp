@@ -9,8 +9,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <mutex>
+#include <thread>
+
+#include "support/before_every_test.h"
 
 namespace {
 
@@ -24,6 +28,11 @@ std::vector<uint32_t> groups;
 bool groupsAreGiven = false;
 int counterPipe[2] = {-1, -1};
 std::vector<int> pauses;
+
+[[maybe_unused]] const bool fresh = tiv::test::BeforeEveryTest([] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    pauses.clear();
+});
 
 bool Refuses(const char* function) {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -71,6 +80,14 @@ int RefusedCall::Count() {
     return refusals;
 }
 
+bool RefusedCall::WaitForOne() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (Count() == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    return Count() > 0;
+}
+
 GroupsOfPeers::GroupsOfPeers(std::vector<uint32_t> given) {
     groups = std::move(given);
     groupsAreGiven = true;
@@ -79,7 +96,7 @@ GroupsOfPeers::GroupsOfPeers(std::vector<uint32_t> given) {
 GroupsOfPeers::~GroupsOfPeers() { groupsAreGiven = false; }
 
 CountingMachine::CountingMachine() {
-    if (pipe(counterPipe) != 0) {
+    if (pipe2(counterPipe, O_NONBLOCK | O_CLOEXEC) != 0) {
         counterPipe[0] = -1;
     }
 }
@@ -124,6 +141,7 @@ REFUSABLE(mmap, void*, MAP_FAILED,
 REFUSABLE(read, ssize_t, -1, (int fd, void* bytes, size_t count), (fd, bytes, count))
 REFUSABLE(readlink, ssize_t, -1, (const char* path, char* target, size_t bytes),
           (path, target, bytes))
+REFUSABLE(recvmsg, ssize_t, -1, (int fd, msghdr* message, int flags), (fd, message, flags))
 REFUSABLE(sendmsg, ssize_t, -1, (int fd, const msghdr* message, int flags), (fd, message, flags))
 REFUSABLE(setsockopt, int, -1, (int fd, int level, int name, const void* value, socklen_t bytes),
           (fd, level, name, value, bytes))

@@ -9,8 +9,8 @@
 namespace tiv::test {
 
 // While it lives, `count` calls of the function fail with `error` after `skip` calls went through.
-// Known are accept4, bind, connect, getsockopt, lchown, mmap, poll, read, readlink, sendmsg,
-// setsockopt, socket and chmod. One at a time.
+// Known are accept4, bind, chmod, connect, getsockopt, lchown, mmap, poll, read, readlink, recvmsg,
+// sendmsg, setsockopt and socket. One at a time.
 class RefusedCall {
  public:
     explicit RefusedCall(const char* function, int error, int count = 1, int skip = 0);
@@ -20,6 +20,9 @@ class RefusedCall {
 
     // Calls that have failed so far.
     static int Count();
+
+    // Waits until a call has failed; false when none does within ten seconds.
+    static bool WaitForOne();
 };
 
 // While it lives, the peer of every socket is a member of these groups.
@@ -44,7 +47,7 @@ class CountingMachine {
     static void Give(uint64_t count, uint64_t enabledNs, uint64_t runningNs);
 };
 
-// Milliseconds that polls without a descriptor waited.
+// Milliseconds that polls without a descriptor waited in this test.
 std::vector<int> Pauses();
 
 }  // namespace tiv::test
