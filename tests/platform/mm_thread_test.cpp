@@ -139,9 +139,25 @@ void* TellPolicy(void* argument) {
     return nullptr;
 }
 
+// While it lives, the calling thread has the policy SCHED_BATCH.
+class BatchPolicy {
+ public:
+    BatchPolicy() : before_(sched_getscheduler(0)) { Set(SCHED_BATCH); }
+    ~BatchPolicy() { Set(before_); }
+    BatchPolicy(const BatchPolicy&) = delete;
+    BatchPolicy& operator=(const BatchPolicy&) = delete;
+
+ private:
+    static void Set(int policy) {
+        const sched_param none = {};
+        EXPECT_EQ(0, sched_setscheduler(0, policy, &none));
+    }
+
+    const int before_;
+};
+
 TEST(MmCreateTask, TakesItsPolicyAndNotItsMakersWhenTheFlagIsSet) {
-    const sched_param none = {};
-    ASSERT_EQ(0, sched_setscheduler(0, SCHED_BATCH, &none));
+    const BatchPolicy ofTheMaker;
     int policy = -1;
     const mmUserBlock block = {TellPolicy, &policy};
     mmThreadAttr attr = {};

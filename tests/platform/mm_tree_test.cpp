@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +18,12 @@
 #include "platform/system_calls.h"
 #include "support/failing_malloc.h"
 #include "support/failing_new.h"
+#include "support/scoped_limit.h"
 #include "support/temp_dir.h"
 
 namespace {
 
+using tiv::test::ScopedLimit;
 using tiv::test::TempDir;
 
 // Called once, before the next removal of an entry of this name.
@@ -79,14 +80,10 @@ TEST(MmRmdir, ErrorIsThatOfTheDirectoryThatCannotBeOpened) {
     dir.Write("tree/a/f", "1");
     const int next = dup(STDIN_FILENO);
     close(next);
-    rlimit before = {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit oneMore = {static_cast<rlim_t>(next) + 1, before.rlim_max};
+    const ScopedLimit oneMore(RLIMIT_NOFILE, static_cast<rlim_t>(next) + 1);
 
-    setrlimit(RLIMIT_NOFILE, &oneMore);
     EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
     EXPECT_EQ(EMFILE, mmGetErrorCode());
-    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(MmRmdir, RemovesAWholeTree) {
@@ -207,8 +204,7 @@ TEST(MmRmdir, RemovesAChainOfThousandsOnASmallStackWithFewDescriptors) {
     TempDir dir;
     std::string root = dir.Path("deep");
     MakeChain(root, 3000);
-    const rlimit few = {64, 64};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+    const ScopedLimit few(RLIMIT_NOFILE, 64);
     const mmUserBlock block = {Remove, root.data()};
     mmThreadAttr attr = {};
     attr.threadStackFlag = 1;

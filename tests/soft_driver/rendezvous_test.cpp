@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "driver_bench.h"
+#include "support/scoped_limit.h"
 
 namespace tiv::test {
 namespace {
@@ -321,21 +322,12 @@ TEST_F(Rendezvous, EveryDescriptorClosesOnExec) {
     EXPECT_EQ(inherited, InheritedOnExec());
 }
 
-// Leaves the process without a free descriptor until it goes.
-class NoDescriptors {
- public:
-    NoDescriptors() {
-        getrlimit(RLIMIT_NOFILE, &before_);
-        const int free = dup(0);
-        close(free);
-        const rlimit tight{static_cast<rlim_t>(free), before_.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &tight);
-    }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-
- private:
-    rlimit before_{};
-};
+// While the limit lives, the process has no free descriptor.
+std::unique_ptr<ScopedLimit> NoFreeDescriptor() {
+    const int free = dup(STDIN_FILENO);
+    close(free);
+    return std::make_unique<ScopedLimit>(RLIMIT_NOFILE, static_cast<rlim_t>(free));
+}
 
 TEST_F(Rendezvous, WithoutDescriptorsAnIdleAcceptSleepsUntilTheServerGoes) {
 #if defined(__SANITIZE_ADDRESS__)
@@ -357,7 +349,7 @@ TEST_F(Rendezvous, WithoutDescriptorsAnIdleAcceptSleepsUntilTheServerGoes) {
         getrusage(RUSAGE_THREAD, &after);
         wakeUps = after.ru_nvcsw - before.ru_nvcsw;
     });
-    auto shortage = std::make_unique<NoDescriptors>();
+    auto shortage = NoFreeDescriptor();
     go = true;
     (void)poll(nullptr, 0, 300);  // thirty rounds of a wait that polls
     EXPECT_EQ(0, drvHdcServerDestroy(server));
@@ -378,7 +370,7 @@ TEST_F(Rendezvous, WithoutDescriptorsTheConnectionIsDroppedAndTheWaitGoesOn) {
         EXPECT_EQ(0, drvHdcSessionAccept(server_, &card_));
     });
     ::testing::internal::CaptureStderr();
-    auto shortage = std::make_unique<NoDescriptors>();
+    auto shortage = NoFreeDescriptor();
     go = true;
 
     char byte = 0;
