@@ -47,7 +47,7 @@ class ExportInterrupt : public TivctlTest {
 }  // namespace
 
 TEST_F(ExportInterrupt, CtrlCWhileReadingLeavesNothing) {
-    Start(Golden("complete"), "perfetto");
+    Start(Golden("complete"), "csv");
     ASSERT_TRUE(tivctl_->WaitForHandler());
 
     tivctl_->Interrupt();
