@@ -41,8 +41,9 @@ TEST_F(ChannelReaderEnd, ReaderWithOnlyOneCounterEndsLikeAnyOther) {
         reader.Uninit();
     }
 
-    EXPECT_EQ(Log().Count('E', "make shared failed, message: std::bad_alloc"),
-              Log().CountOf('V') - 1);
+    const size_t failures = Log().Count('E', "make shared failed, message: std::bad_alloc");
+    EXPECT_LE(2U, failures);  // at the latest the second one finds the first counter made
+    EXPECT_EQ(failures, Log().CountOf('V') - 1);
 }
 
 TEST_F(ChannelReaderEnd, UninitSaysTotalsFileAndJob) {
