@@ -288,8 +288,10 @@ class Build(unittest.TestCase):
         """Stops a build as soon as its compiler runs; the compiler's process id."""
         def stop(process):
             process.stdout.close()
+            deadline = time.monotonic() + 10
             while not os.path.exists(place):
-                pass
+                self.assertLess(time.monotonic(), deadline)
+                time.sleep(0.01)
             raise KeyboardInterrupt
         with mock.patch.object(subprocess.Popen, "communicate", stop):
             with self.assertRaises(KeyboardInterrupt):
