@@ -29,7 +29,7 @@ class ChannelBench : public DriverBench {
     }
 };
 
-// Reads until `bytes` have come, waiting in the poll.
+// Reads until `bytes` have come, waiting in the poll; fewer when nothing comes for five seconds.
 inline std::string ReadBytes(uint32_t device, uint32_t channel, size_t bytes,
                              uint32_t atMost = 65536) {
     std::string all;
@@ -42,7 +42,7 @@ inline std::string ReadBytes(uint32_t device, uint32_t channel, size_t bytes,
         }
         all.append(buffer, 0, static_cast<size_t>(count));
         ProfPollPair pair{};
-        if (count == 0 && prof_channel_poll(&pair, 1, 5) < 0) {
+        if (count == 0 && prof_channel_poll(&pair, 1, 5) <= 0) {
             return all;
         }
     }

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstring>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,7 +36,12 @@ class DriverBench : public ::testing::Test {
     std::string SocketOf(int device) const {
         return Runtime() + "/hdc_" + std::to_string(device) + "_4.sock";
     }
+    // Ends a test whose process has tested another configuration: the driver reads one.
     void Configure(const std::string& json) {
+        static const std::string first = json;
+        if (json != first) {
+            throw std::logic_error("every test of the driver wants a process of its own");
+        }
         setenv("TIV_DRIVER_CONFIG", directory_.Write("driver.json", json).c_str(), 1);
     }
 
