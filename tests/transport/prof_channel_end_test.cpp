@@ -42,7 +42,7 @@ TEST_F(ChannelReaderEnd, ReaderWithOnlyOneCounterEndsLikeAnyOther) {
     }
 
     const size_t failures = Log().Count('E', "make shared failed, message: std::bad_alloc");
-    EXPECT_LE(2U, failures);  // at the latest the second one finds the first counter made
+    EXPECT_LT(3U, failures);  // the first counter takes a block, its name and a copy of that
     EXPECT_EQ(failures, Log().CountOf('V') - 1);
 }
 
