@@ -235,6 +235,7 @@ TEST_F(ResultDirectoryTest, FilesBeyondTheMostAreNotReadAndNotCalledMissing) {
     (void)directory_.MakeDir("device_1");
     directory_.Write("device_1/more", "");
     manifest_["devices"][0]["files"].push_back({{"name", "data/Memory.data"}, {"bytes", 0}});
+    manifest_["devices"][0]["samplers"] = {"cpu", "memory", "llc"};
     directory_.Write("manifest.json", manifest_.dump());
     std::string error;
 

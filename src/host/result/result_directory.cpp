@@ -148,7 +148,7 @@ void FindChunkTimes(const DeviceFacts& device, ResultDirectory& result) {
 }
 
 // A name that is no UTF-8 stands in the manifest in another form and cannot be looked up. Of the
-// devices that were not `seen` whole, nobody knows what is missing.
+// devices that were not `seen` whole, here and below, nobody knows what is missing.
 void CompareWithList(ResultDirectory& result, ListedFiles listed,
                      const std::set<std::string>& seen) {
     for (const FileFacts& file : result.files) {
@@ -171,13 +171,13 @@ void CompareWithList(ResultDirectory& result, ListedFiles listed,
     }
 }
 
-void NoteSilentSamplers(ResultDirectory& result) {
+void NoteSilentSamplers(ResultDirectory& result, const std::set<std::string>& seen) {
     for (const DeviceFacts& device : result.devices) {
         for (const std::string& sampler : device.samplers) {
             const auto* known =
                 std::find_if(std::begin(SAMPLERS), std::end(SAMPLERS),
                              [&](const NamedKind& entry) { return entry.name == sampler; });
-            if (known == std::end(SAMPLERS)) {
+            if (known == std::end(SAMPLERS) || seen.count(device.directory) == 0) {
                 continue;
             }
             const bool arrived =
@@ -258,7 +258,7 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
     });
     CompareWithList(result, std::move(listed), seen);
     if (result.state != "running") {
-        NoteSilentSamplers(result);
+        NoteSilentSamplers(result, seen);
     }
     if (!result.complete && result.problems.empty()) {
         result.problems.emplace_back("manifest.json calls the result incomplete");
