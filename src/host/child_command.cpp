@@ -77,6 +77,7 @@ int Launch(char* const* words, const CommandStreams& streams, pid_t& pid) {
     if (pipe2(report, O_CLOEXEC) != 0) {
         return errno;
     }
+    (void)signal(SIGCHLD, SIG_DFL);  // whoever ignores it, as a shell may, learns no exit status
     pid = fork();
     if (pid == 0) {
         Become(words, report[1], streams);

@@ -5,12 +5,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "host/output_file.h"
 #include "host/version.h"
 
 namespace tiv::host {
@@ -141,19 +138,17 @@ std::string UtcText(std::chrono::system_clock::time_point time) {
 
 std::string WriteManifest(const std::string& directory, const CollectionRecord& record,
                           const std::vector<std::unique_ptr<DeviceRun>>& runs) {
-    const std::string path = directory + "/manifest.json";
-    const std::string temporary = path + ".new";
-    std::ofstream file(temporary, std::ios::trunc);
-    // File names come from the device in any encoding: what is no text is replaced.
-    file << ManifestOf(record, runs).dump(2, ' ', false, ordered_json::error_handler_t::replace)
-         << '\n';
-    file.close();
-    if (!file || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        return fmt::format(
-            "cannot write {}: {}; make room there, or choose another directory with --output", path,
-            std::strerror(errno));
+    OutputFile file(directory + "/manifest.json");
+    if (file.Open()) {
+        // File names come from the device in any encoding: what is no text is replaced.
+        file.Write(
+            ManifestOf(record, runs).dump(2, ' ', false, ordered_json::error_handler_t::replace));
+        file.Write("\n");
+        (void)file.Commit();  // a failure stays in its error
     }
-    return "";
+    return file.Error().empty()
+               ? ""
+               : file.Error() + "; make room there, or choose another directory with --output";
 }
 
 }  // namespace tiv::host
