@@ -300,7 +300,6 @@ bool Collector::DrainAll() {
         const bool drained = run->Drain(options_.drainTimeout, [this] {
             ShowProgress("draining");
             SayHowToLeave();
-            return true;
         });
         if (!drained) {
             Report(run->Failure());

@@ -10,13 +10,17 @@ namespace fs = std::filesystem;
 
 class LiveCollectTest : public TivctlTest {
  protected:
-    void CollectLive(const std::vector<std::string>& more, unsigned short columns,
-                     unsigned short rows) {
+    void StartLive(const std::vector<std::string>& more, unsigned short columns,
+                   unsigned short rows) {
         setenv("LC_ALL", "C.UTF-8", 1);
         Listen(0);
         std::vector<std::string> words = {"collect", "--live", "--output", output_};
         words.insert(words.end(), more.begin(), more.end());
         terminal_ = std::make_unique<TerminalRun>(words, columns, rows);
+    }
+    void CollectLive(const std::vector<std::string>& more, unsigned short columns,
+                     unsigned short rows) {
+        StartLive(more, columns, rows);
         Begin();
     }
 
@@ -69,6 +73,25 @@ TEST_F(LiveCollectTest, OutputOfTheCommandGoesIntoTheResult) {
     EXPECT_EQ("to people\nto the screen\n", std::string(std::istreambuf_iterator<char>(log), {}));
     EXPECT_EQ(std::string::npos, terminal_->Bytes().find("to people"));
     EXPECT_EQ(0, Manifest()["command"]["exitStatus"]);
+}
+
+TEST_F(LiveCollectTest, CommandWhoseOutputCannotBeKeptIsNotStarted) {
+    const std::string ran = directory_.Path("ran");
+    StartLive({"--", "touch", ran}, 80, 24);
+    control_ = Accept();
+    control_->ReadAndAnswer();
+    fs::remove_all(Result());
+    data_ = Accept();
+    data_->ReadAndAnswer();
+    EXPECT_EQ("analysis.rokt.proto.JobStartReq", control_->ReadAndAnswer());
+    EXPECT_EQ("analysis.rokt.proto.ReplayStartReq", control_->ReadAndAnswer());
+
+    EXPECT_EQ(2, terminal_->Wait());
+
+    EXPECT_NE(std::string::npos,
+              terminal_->Bytes().find("/command.log: No such file or directory; nothing was "
+                                      "collected"));
+    EXPECT_FALSE(fs::exists(ran));
 }
 
 TEST_F(LiveCollectTest, KeyThatQuitsEndsTheCommand) {

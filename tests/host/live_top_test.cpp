@@ -187,6 +187,19 @@ TEST_F(LiveTopTest, SessionThatEndsExits4WithTheTerminalRestoredAndAWordOnIt) {
     EXPECT_NE(std::string::npos, terminal_->Screen().All().find("tivctl: a session ended"));
 }
 
+TEST_F(LiveTopTest, RefusedStopExits4AndTheSessionsAreClosed) {
+    Top();
+    ASSERT_TRUE(terminal_->WaitForText(KEYS));
+
+    terminal_->Press("q");
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer(1, "not now"));
+    EXPECT_EQ("", control_->Read()) << "a device that stops no replay is asked nothing more";
+
+    EXPECT_EQ(4, terminal_->Wait());
+    EXPECT_TRUE(terminal_->IsRestored());
+    EXPECT_NE(std::string::npos, terminal_->Screen().All().find("refused: not now"));
+}
+
 TEST_F(LiveTopTest, NewSizeIsTaken) {
     Top(80, 24);
     ASSERT_TRUE(terminal_->WaitFor([](const auto& screen) { return screen.Row(24) != ""; }));

@@ -66,12 +66,11 @@ bool TopRun::Watch() {
     return false;
 }
 
-// Once, when the end takes long. Always true: it takes as long as it takes.
-bool TopRun::SayHowToLeave() {
+// Once, when the end takes long.
+void TopRun::SayHowToLeave() {
     if (slowEnd_.IsNews(SlowEnd::Clock::now())) {
         Report("ending the job; press Ctrl-C to leave at once");
     }
-    return true;
 }
 
 // Every device is told to stop, also when another one failed.
@@ -89,7 +88,7 @@ bool TopRun::EndAll() {
     }
     bool all = stopped.size() == runs_.size();
     for (DeviceRun* run : stopped) {
-        if (!run->Drain(drainTimeout_, [this] { return SayHowToLeave(); })) {
+        if (!run->Drain(drainTimeout_, [this] { SayHowToLeave(); })) {
             Report(run->Failure());
             all = false;
         }

@@ -30,7 +30,7 @@ class TopRun {
     bool StartAll();
     bool Watch();
     bool EndAll();
-    bool SayHowToLeave();
+    void SayHowToLeave();
     void Show(const std::string& phase);
     void Report(const std::string& message);
 
