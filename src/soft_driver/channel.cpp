@@ -17,6 +17,7 @@ namespace {
 
 constexpr uint64_t ENDLESS = 1ULL << 62;
 
+// Of a channel that can have records; a silent one has none to count.
 const char* KindName(SourceKind kind) {
     switch (kind) {
         case SourceKind::PERF:
@@ -24,11 +25,10 @@ const char* KindName(SourceKind kind) {
         case SourceKind::COUNTER:
             return "counter";
         case SourceKind::REPLAY:
-            return "replay";
         case SourceKind::SILENT:
-            return "silent";
+            break;
     }
-    return "silent";
+    return "replay";
 }
 
 // The program's signals are for the program's threads.
