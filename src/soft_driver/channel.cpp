@@ -17,7 +17,6 @@ namespace {
 
 constexpr uint64_t ENDLESS = 1ULL << 62;
 
-// Of a channel that can have records; a silent one has none to count.
 const char* KindName(SourceKind kind) {
     switch (kind) {
         case SourceKind::PERF:
@@ -25,10 +24,11 @@ const char* KindName(SourceKind kind) {
         case SourceKind::COUNTER:
             return "counter";
         case SourceKind::REPLAY:
+            return "replay";
         case SourceKind::SILENT:
             break;
     }
-    return "replay";
+    return "silent";
 }
 
 // The program's signals are for the program's threads.
