@@ -286,6 +286,21 @@ TEST(MmCreateProcess, GivesItsAttributesBack) {
     EXPECT_EQ(0, tiv::test::liveSpawnAttributes);
 }
 
+TEST(MmCreateProcess, FailsWithoutAttributesAndGivesNoneBack) {
+    const Words words({"true"}, {SYSTEM_PATH});
+    mmProcess pid = -1;
+    const int before = tiv::test::liveSpawnAttributes;
+    tiv::test::refusal = ENOMEM;
+
+    const int32_t result = mmCreateProcess("true", words.Block(), nullptr, &pid);
+    tiv::test::refusal = 0;
+
+    EXPECT_NE(0, result);
+    EXPECT_EQ(ENOMEM, mmGetErrorCode());
+    EXPECT_EQ(-1, pid) << "nothing was started";
+    EXPECT_EQ(before, tiv::test::liveSpawnAttributes);
+}
+
 TEST(MmCreateProcess, RefusesNull) {
     const Words words({"sh"}, {SYSTEM_PATH});
     const mmArgvEnv noWords = {};

@@ -122,6 +122,22 @@ TEST(MmCreateTask, FailsWithAStackBelowTheSystemsMinimum) {
     EXPECT_EQ(EINVAL, mmGetErrorCode());
 }
 
+TEST(MmCreateTask, FailsWithoutAttributesAndGivesNoneBack) {
+    std::atomic<int> flag{0};
+    const mmUserBlock block = {SetFlag, &flag};
+    const mmThreadAttr attr = {};
+    mmThread handle = 0;
+    const int before = tiv::test::liveThreadAttributes;
+    tiv::test::refusal = ENOMEM;
+
+    const int32_t result = mmCreateTaskWithThreadAttr(&handle, &block, &attr);
+    tiv::test::refusal = 0;
+
+    EXPECT_NE(0, result);
+    EXPECT_EQ(ENOMEM, mmGetErrorCode());
+    EXPECT_EQ(before, tiv::test::liveThreadAttributes);
+}
+
 TEST(MmCreateTask, RefusesAPriorityThatItsPolicyLacks) {
     std::atomic<int> flag{0};
     const mmUserBlock block = {SetFlag, &flag};

@@ -52,6 +52,24 @@ extern "C" int __wrap_unlinkat(int directory, const char* name, int flags) {
 
 namespace {
 
+TEST(MmRmdir, FailsWithoutAReaderOfTheDirectoryAndLeavesNoDescriptor) {
+    TempDir dir;
+    const std::string tree = dir.MakeDir("tree");
+    const int before = dup(STDERR_FILENO);
+    close(before);
+    tiv::test::refusal = ENOMEM;
+
+    const int32_t result = mmRmdir(tree.c_str());
+    tiv::test::refusal = 0;
+
+    EXPECT_NE(0, result);
+    EXPECT_EQ(ENOMEM, mmGetErrorCode());
+    const int behind = dup(STDERR_FILENO);
+    EXPECT_EQ(before, behind) << "the lowest descriptor is free again";
+    close(behind);
+    EXPECT_TRUE(Exists(tree));
+}
+
 TEST(MmRmdir, AsksForTypesThatTheFileSystemDoesNotTell) {
     TempDir dir;
     dir.MakeDir("tree/a");

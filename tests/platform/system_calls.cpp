@@ -17,6 +17,7 @@ std::atomic<int> liveThreadAttributes{0};
 std::atomic<int> liveSpawnAttributes{0};
 
 std::atomic<bool> typesAreHidden{false};
+std::atomic<int> refusal{0};
 std::function<void()> beforeRmdir;
 
 }  // namespace tiv::test
@@ -51,6 +52,9 @@ int __real_pthread_attr_init(pthread_attr_t* attributes);
 int __wrap_pthread_attr_init(pthread_attr_t* attributes);
 
 int __wrap_pthread_attr_init(pthread_attr_t* attributes) {
+    if (tiv::test::refusal != 0) {
+        return tiv::test::refusal;
+    }
     ++tiv::test::liveThreadAttributes;
     return __real_pthread_attr_init(attributes);
 }
@@ -68,6 +72,9 @@ int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes);
 
 // The values at first are the system's affair: here every signal is blocked.
 int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes) {
+    if (tiv::test::refusal != 0) {
+        return tiv::test::refusal;
+    }
     ++tiv::test::liveSpawnAttributes;
     const int error = __real_posix_spawnattr_init(attributes);
     sigset_t all;
@@ -92,6 +99,17 @@ dirent* __wrap_readdir(DIR* stream) {
         entry->d_type = DT_UNKNOWN;
     }
     return entry;
+}
+
+DIR* __real_fdopendir(int fd);
+DIR* __wrap_fdopendir(int fd);
+
+DIR* __wrap_fdopendir(int fd) {
+    if (tiv::test::refusal != 0) {
+        errno = tiv::test::refusal;
+        return nullptr;
+    }
+    return __real_fdopendir(fd);
 }
 
 int __real_closedir(DIR* stream);

@@ -27,6 +27,9 @@ extern std::atomic<int> liveSpawnAttributes;
 // While it is set entries of directories come without their type, as some file systems give them.
 extern std::atomic<bool> typesAreHidden;
 
+// While it is not 0, pthread_attr_init, posix_spawnattr_init and fdopendir fail with this error.
+extern std::atomic<int> refusal;
+
 // Called once, before the next removal of a directory by its path.
 extern std::function<void()> beforeRmdir;
 
