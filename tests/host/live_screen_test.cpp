@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <string>
 #include <utility>
 
@@ -31,6 +32,7 @@ class ScreenProcess {
         (void)unlockpt(master_);
         terminal_ = open(ptsname(master_), O_RDWR | O_NOCTTY | O_CLOEXEC);
         (void)tcgetattr(terminal_, &found_);
+        (void)fflush(nullptr);  // a sanitizer's end of the process writes out what is buffered
         child_ = fork();
         if (child_ == 0) {
             Raise(signal);

@@ -48,6 +48,11 @@ class ScriptedSession {
         }
         return SentMessage(bytes)->GetTypeName();
     }
+    // Whether the far end has closed, or does within half a minute.
+    [[nodiscard]] bool IsClosed() {
+        char byte = 0;
+        return recv(fd_, &byte, 1, 0) == 0;
+    }
     void Send(const std::string& message) {
         const auto length = static_cast<uint32_t>(message.size());
         (void)send(fd_, &length, sizeof(length), MSG_NOSIGNAL);

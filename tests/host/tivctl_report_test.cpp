@@ -63,8 +63,7 @@ TEST_F(ReportCommand, ProgressIsToldFromTheFirstSecondOn) {
     EXPECT_EQ(0, Run({"report", Golden("complete"), "--output", directory_.Path("page.html")}));
 
     const std::string told = tivctl_->Errors();
-    EXPECT_EQ(0u, told.find("making the report  3%  1.9 kB of 64.7 kB  955 B/s  1m05s left\n"))
-        << told;
+    EXPECT_EQ(0u, told.find("making the report  3%  1.9 kB of 64.7 kB  ")) << told;
 }
 
 TEST_F(ReportCommand, CtrlCLeavesNoPage) {
