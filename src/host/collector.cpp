@@ -270,17 +270,18 @@ void Collector::WaitForCommand() {
     }
 }
 
-// Every device is told to stop, also when another one failed.
-bool Collector::StopAll() {
-    bool all = true;
+// Every device is told to stop, also when another one failed. Those that stop.
+std::vector<DeviceRun*> Collector::StopAll() {
+    std::vector<DeviceRun*> stopped;
     for (const auto& run : runs_) {
-        if (!run->Stop()) {
+        if (run->Stop()) {
+            stopped.push_back(run.get());
+        } else {
             Report(run->Failure());
             run->Abandon();
-            all = false;
         }
     }
-    return all;
+    return stopped;
 }
 
 // The rest of the data may take long on a slow link; Ctrl-C alone does not cut it off.
@@ -294,9 +295,9 @@ void Collector::SayHowToLeave() {
     }
 }
 
-bool Collector::DrainAll() {
+bool Collector::DrainAll(const std::vector<DeviceRun*>& stopped) {
     bool all = true;
-    for (const auto& run : runs_) {
+    for (DeviceRun* run : stopped) {
         const bool drained = run->Drain(options_.drainTimeout, [this] {
             ShowProgress("draining");
             SayHowToLeave();
@@ -359,10 +360,10 @@ int Collector::Run() {
         return LeaveWithoutResult();
     }
     const bool replayed = RunReplays();
-    const bool stopped = StopAll() && replayed;
-    const bool drained = DrainAll() && stopped;
+    const std::vector<DeviceRun*> stopped = StopAll();
+    const bool drained = DrainAll(stopped);
     WaitForCommand();
-    return Finish(drained);
+    return Finish(replayed && drained && stopped.size() == runs_.size());
 }
 
 }  // namespace tiv::host

@@ -46,8 +46,8 @@ class Collector {
     bool TakeStop();
     void EndReplayRecord();
     void WaitForCommand();
-    bool StopAll();
-    bool DrainAll();
+    std::vector<DeviceRun*> StopAll();
+    bool DrainAll(const std::vector<DeviceRun*>& stopped);
     int Finish(bool drained);
     int LeaveWithoutResult();
     bool SaveManifest();

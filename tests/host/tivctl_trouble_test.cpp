@@ -34,7 +34,11 @@ TEST_F(TivctlTrouble, RefusedStopLeavesTheDeviceIncompleteAndUnasked) {
 
     EXPECT_EQ(4, tivctl_->Wait());
 
-    EXPECT_NE(std::string::npos, tivctl_->Errors().find("refused: not now")) << tivctl_->Errors();
+    const std::string errors = tivctl_->Errors();
+    EXPECT_NE(std::string::npos, errors.find("refused: not now")) << errors;
+    EXPECT_EQ(errors.find("device 0: "), errors.rfind("device 0: ")) << "one reason: " << errors;
+    const std::string failure = Manifest()["devices"][0]["failure"];
+    EXPECT_NE(std::string::npos, failure.find("refused: not now")) << failure;
     EXPECT_EQ(false, Manifest()["complete"]);
 }
 
