@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "host/export_bench.h"
+#include "host/live_terminal.h"
 #include "host/stepped_clock.h"
 #include "host/tivctl_bench.h"
 #include "host/work_progress.h"
@@ -181,6 +182,20 @@ TEST_F(ExportCommand, ProgressIsToldEveryFiveSecondsFromTheFirstOn) {
     EXPECT_EQ(0u, told.find("exporting  3%  1.9 kB of 64.7 kB  ")) << told;
     EXPECT_LT(1, std::count(told.begin(), told.end(), '\n')) << told;
     EXPECT_GT(20, std::count(told.begin(), told.end(), '\n')) << told;
+}
+
+TEST_F(ExportCommand, ProgressOnATerminalIsOneLineThatFitsAndGoes) {
+    const ScopedSteppedClock clock;
+    TerminalRun run({"export", Golden("complete"), "--to", "csv", "--output", directory_.Path("c")},
+                    40, 24);
+
+    EXPECT_EQ(0, run.Wait());
+
+    const std::string& bytes = run.Bytes();
+    EXPECT_EQ(0u, bytes.find("\r\033[Kexporting  3%  1.9 kB of 64.7 kB  ")) << bytes;
+    const size_t end = bytes.rfind("exporting  ");
+    EXPECT_LT(end, bytes.rfind("\r\033[K")) << bytes;
+    EXPECT_EQ(std::string::npos, bytes.find("left")) << "cut at the 40th column";
 }
 
 TEST_F(ExportCommand, QuietTellsNoProgress) {

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host/live/live_feed.h"
+#include "support/failing_new.h"
 
 namespace tiv::test {
 namespace {
@@ -56,6 +57,21 @@ TEST(LiveFeed, WhatTheViewCannotReadIsCountedButNotCopied) {
     EXPECT_EQ(6u, feed.Counts().bytes);
     EXPECT_EQ(2u, feed.Counts().chunks);
     EXPECT_EQ(0u, feed.Counts().skipped);
+}
+
+TEST(LiveFeed, ChunkForWhichThereIsNoMemoryIsSkippedAndEveryFileHasAGap) {
+    LiveFeed feed;
+    const std::string data(LiveFeed::MAX_CHUNK_BYTES, 'x');
+    FailNextNewOfAtLeast(data.size());
+    Offer(feed, "data/Memory.data", data);
+    FailNextNewOfAtLeast(0);
+    Offer(feed, "data/SystemCpuUsage.data", "c");
+
+    const auto chunks = feed.Take();
+
+    ASSERT_EQ(1u, chunks.size());
+    EXPECT_TRUE(chunks[0].afterGap);
+    EXPECT_EQ(1u, feed.Counts().skipped);
 }
 
 TEST(LiveFeed, LargeChunkIsSkippedAndTheNextOneOfItsFileTellsOfTheGap) {

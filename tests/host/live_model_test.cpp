@@ -175,6 +175,17 @@ TEST(LiveReader, FilesBeyondTheMostThatAreReadAreLeftOut) {
     EXPECT_EQ(50, bench.Snapshot().processes[0].userPercent);
 }
 
+TEST(LiveModel, ReadingsOfWhatWasNeverNamedAreLeftOut) {
+    LiveBench bench;
+    bench.model.OnMemory({0, SECOND_NS, 7, 1000});
+    bench.model.OnChannelCount({7, SECOND_NS, 0, 0, 10, SECOND_NS});
+
+    const host::LiveSnapshot snapshot = bench.Snapshot();
+
+    EXPECT_FALSE(snapshot.memory.totalBytes.has_value());
+    EXPECT_TRUE(snapshot.streams.empty());
+}
+
 TEST(LiveModel, ProcessThatIsNoLongerSeenGoes) {
     LiveBench bench;
     bench.Give("data/5-CpuUsage.data", Record(SECOND_NS, 0, ProcessStat(5, "gone", 1, 0)));

@@ -96,6 +96,30 @@ TEST_F(LiveTopTest, OnlyWhatIsAskedForIsSampled) {
     EXPECT_EQ(0, terminal_->Wait());
 }
 
+TEST_F(LiveTopTest, LongEndSaysHowToLeave) {
+    Top();
+    ASSERT_TRUE(terminal_->WaitForText(KEYS));
+    terminal_->Press("q");
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
+
+    EXPECT_TRUE(terminal_->WaitForText("ending the job; press Ctrl-C to leave at once"));
+
+    data_->Send(FinishMessage());
+    control_->Send(AnswerMessage(0));
+    EXPECT_EQ(0, terminal_->Wait());
+}
+
+TEST_F(LiveTopTest, PlanThatIsRefusedExits2AndNeverTouchesTheScreen) {
+    TerminalRun run({"top", "--interval", "1ms"}, 200, 24);
+
+    EXPECT_EQ(2, run.Wait());
+
+    EXPECT_EQ(std::string::npos, run.Bytes().find("\033[?1049h"));
+    EXPECT_EQ(0u, run.Bytes().find("tivctl: ")) << run.Bytes();
+    EXPECT_NE(std::string::npos, run.Bytes().find("--interval")) << run.Bytes();
+}
+
 TEST_F(LiveTopTest, ManyQsAreOne) {
     Top();
     ASSERT_TRUE(terminal_->WaitForText(KEYS));

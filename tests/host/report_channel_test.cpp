@@ -35,6 +35,36 @@ TEST_F(ReportModelTest, ChannelIsDrawnAsRates) {
     EXPECT_EQ(row[8], 7);
 }
 
+TEST_F(ReportModelTest, RunsOfOneChannelAreOneAndOthersAreNot) {
+    const std::vector<std::string> events = {"e"};
+    const std::vector<std::string> others = {"f"};
+    for (uint32_t number = 1; number <= 2; ++number) {
+        model.OnChannel({0, number, 8, "data/llc.data", "software", ChannelSource::PERF,
+                         ChannelClock::RAW_MONOTONIC, 100, events});
+        model.OnChannelCount({number, START + 100 * MS, 0, ALL_CORES, 5, 100 * MS});
+    }
+    model.OnChannel({0, 3, 8, "data/llc.data", "software", ChannelSource::PERF,
+                     ChannelClock::RAW_MONOTONIC, 100, others});
+    model.OnChannelCount({3, START + 100 * MS, 0, ALL_CORES, 7, 100 * MS});
+
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0][4], 10);
+    EXPECT_EQ(rows[1][4], 7);
+}
+
+TEST_F(ReportModelTest, ChannelsBeyondTheMostAreLeftOut) {
+    const std::vector<std::string> events = {"e"};
+    for (uint32_t number = 1; number <= 65; ++number) {
+        model.OnChannel({0, number, number, "f", "", ChannelSource::PERF,
+                         ChannelClock::RAW_MONOTONIC, 100, events});
+        model.OnChannelCount({number, START + 100 * MS, 0, ALL_CORES, 5, 100 * MS});
+    }
+
+    EXPECT_EQ(Decode().Section("channels")["rows"].size(), 64u);
+}
+
 TEST_F(ReportModelTest, EventsByCoreAreSummedUp) {
     const std::vector<std::string> events = {"e"};
     model.OnChannel(

@@ -1,4 +1,5 @@
 // Tests of what a page tells of a result.
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -82,6 +83,38 @@ TEST_F(ReportModelTest, CpuTableHasMeansWeightedByTimeAndTheBusiestReading) {
     EXPECT_EQ(row[1], 55);
     EXPECT_EQ(row[2], 100);
     EXPECT_EQ(row[3], 35);
+}
+
+TEST(ReportModel, StateOfAResultThatIsNotFinishedIsToldInWords) {
+    const auto told = [](const char* state) {
+        ResultDirectory result = CompleteResult();
+        result.complete = false;
+        result.state = state;
+        ReportModel model;
+        model.OnBegin(result);
+        model.OnEnd({});
+        const DecodedPage page(model.Encode());
+        return std::string(page.model["state"]);
+    };
+
+    EXPECT_EQ(told("running"), "still running, or left behind by a tool that died");
+    EXPECT_EQ(told("unknown"), "unknown: no manifest");
+    EXPECT_EQ(told("incomplete"), "incomplete");
+    EXPECT_EQ(told("complete"), "incomplete") << "the manifest's word counts";
+}
+
+TEST_F(ReportModelTest, LongRunShowsTheBusiestReadingOfEachCell) {
+    for (uint64_t reading = 0; reading < 100; ++reading) {
+        AddCpu(10 * reading, ALL_CORES, reading == 50 ? 80 : 10, 0, reading == 50 ? 20 : 90);
+    }
+    AddCpu(1000 * 1000, ALL_CORES, 10, 0, 90);
+
+    const DecodedPage page = Decode();
+    const nlohmann::json section = page.Section("cpu-0");
+
+    EXPECT_EQ(section.value("note", "").find("Long run: the areas are means"), 0u);
+    const auto peak = page.Column<float>(section.at("peak"));
+    EXPECT_EQ(*std::max_element(peak.begin(), peak.end()), 80);
 }
 
 TEST_F(ReportModelTest, TimeWithoutReadingsIsAGap) {

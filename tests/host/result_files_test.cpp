@@ -85,6 +85,18 @@ TEST_F(ResultDirectory, NamesThatLeaveTheDirectoryAreRefusedAndCounted) {
     EXPECT_TRUE(files_->Summaries().empty());
 }
 
+TEST_F(ResultDirectory, RefusedNamesBeyondAHundredAreCountedTogether) {
+    for (int i = 0; i < 103; ++i) {
+        EXPECT_TRUE(Put("../" + std::to_string(i), "x"));
+    }
+    EXPECT_TRUE(Put("../7", "x"));
+
+    const auto refused = files_->RefusedNames();
+    EXPECT_EQ(101u, refused.size());
+    EXPECT_EQ(3u, refused.at("(more names)"));
+    EXPECT_EQ(2u, refused.at("../7"));
+}
+
 TEST_F(ResultDirectory, LinksAreNotFollowed) {
     fs::create_directory(directory_ + "/outside");
     fs::create_directory_symlink(directory_ + "/outside", directory_ + "/result/link");

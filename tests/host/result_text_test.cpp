@@ -92,6 +92,10 @@ TEST(NumberText, SecondsHaveOneToNineDigitsBehindThePoint) {
     EXPECT_EQ("none", read("1."));
     EXPECT_EQ("none", read("1"));
     EXPECT_EQ("none", read("9223372037.0"));
+    EXPECT_EQ("none", read("18446744074.0"));
+    EXPECT_EQ("none", read("a.0"));
+    EXPECT_EQ("none", read("00000000000000000001.0")) << "twenty digits";
+    EXPECT_EQ("1000000000", read("0000000000000000001.0"));
 }
 
 TEST(NumberText, ScalingStopsAt63Bits) {

@@ -36,6 +36,21 @@ TEST_F(TivctlCheck, PlanNamesJobsFilesAndWhatTheEstimateRestsOn) {
     EXPECT_EQ("", tivctl_->Errors());
 }
 
+TEST_F(TivctlCheck, CourseIsToldAsItWillBe) {
+    const auto course = [this](const std::vector<std::string>& words) {
+        EXPECT_EQ(0, Check(words));
+        const std::string plan = tivctl_->Output();
+        return plan.substr(0, plan.find(", a sample every"));
+    };
+
+    EXPECT_EQ("collects: until Ctrl-C", course({"--cpu"}));
+    EXPECT_EQ("collects: 3 replays of 2.0s, one every 4.0s",
+              course({"--cpu", "--duration", "2s", "--repeat", "3", "--every", "4s"}));
+    EXPECT_EQ("collects: 2 replays of 2.0s, one every 2.0s",
+              course({"--cpu", "--duration", "2s", "--repeat", "2"}));
+    EXPECT_EQ("collects: for the life of the command prog", course({"--cpu", "--", "prog", "x"}));
+}
+
 TEST_F(TivctlCheck, NothingIsStarted) {
     Listen(0);
 

@@ -86,6 +86,21 @@ TEST_F(TivctlTrouble, DaemonThatEndsBetweenTheSessionsIsNotReached) {
     EXPECT_TRUE(fs::is_empty(output_));
 }
 
+TEST_F(TivctlTrouble, DataSessionThatIsClosedUnansweredIsToldAndLeavesNoResult) {
+    Listen(0);
+    Collect({});
+    control_ = Accept();
+    EXPECT_EQ("analysis.rokt.proto.CtrlChannelHandshake", control_->ReadAndAnswer());
+    data_ = Accept();
+    EXPECT_EQ("analysis.rokt.proto.DataChannelHandshake", data_->Read());
+    data_.reset();
+
+    EXPECT_EQ(3, tivctl_->Wait());
+
+    EXPECT_EQ(0u, tivctl_->Errors().find("tivctl: device 0: the data session ended before "));
+    EXPECT_TRUE(fs::is_empty(output_));
+}
+
 TEST_F(TivctlTrouble, CtrlCReachesACommandThatOutlivesTheCollection) {
     Listen(0);
     Collect({"--", "/bin/sh", "-c",
