@@ -70,6 +70,15 @@ TEST(Chunk, ClearZeroesBufferAndFillMark) {
     EXPECT_EQ(std::string(static_cast<char*>(chunk.GetBuffer()), 4), std::string(4, '\0'));
 }
 
+TEST(Chunk, ClearWithoutABufferResetsTheFillMark) {
+    Chunk chunk(4);
+    chunk.SetUsedSize(3);
+
+    chunk.Clear();
+
+    EXPECT_EQ(chunk.GetUsedSize(), 0U);
+}
+
 TEST(Chunk, UninitTakesTheSizeForGood) {
     Chunk chunk(16);
     ASSERT_TRUE(chunk.Init());

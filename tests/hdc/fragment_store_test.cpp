@@ -112,6 +112,19 @@ TEST_F(FragmentStoring, BytesThatFindNoRoomAreNamed) {
                                             "Ide Xrmalloc Failed"));
 }
 
+TEST_F(FragmentStoring, BufferThatCannotBeCutToItsSizeIsHandedOutAsItIs) {
+    const std::string first = Pattern(70000);
+    ASSERT_TRUE(Store(Fragment(first, false)));
+    ASSERT_TRUE(Store(Fragment("abc", true)));
+    const FailingMalloc failing(70003);
+
+    ASSERT_EQ(store.Merge(&buffer, &length), 0);
+
+    EXPECT_EQ(failing.Failed(), 1U);
+    EXPECT_TRUE(std::string(static_cast<char*>(buffer), length) == first + "abc");
+    IdeXfree(buffer);
+}
+
 TEST_F(FragmentStoring, LongBufferReservesItsLengthTheNextTimeUpToALimit) {
     constexpr size_t UNIT = 65536;
     constexpr size_t LIMIT = 16777216;

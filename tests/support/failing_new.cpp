@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "support/before_every_test.h"
 
@@ -13,6 +14,7 @@ thread_local bool armed = false;
 thread_local size_t toPass = 0;
 thread_local size_t toFail = 0;
 thread_local size_t failed = 0;
+thread_local const std::function<void()>* beforeFailure = nullptr;
 thread_local long live = 0;
 
 std::atomic<size_t> largeSize{0};
@@ -31,6 +33,11 @@ bool FailsOnThisThread() {
     }
     --toFail;
     ++failed;
+    if (*beforeFailure) {
+        armed = false;
+        (*beforeFailure)();
+        armed = true;
+    }
     return true;
 }
 
@@ -83,7 +90,9 @@ namespace {
 
 }  // namespace
 
-FailingNew::FailingNew(size_t skip, size_t count) {
+FailingNew::FailingNew(size_t skip, size_t count, std::function<void()> onFailure)
+    : onFailure_(std::move(onFailure)) {
+    beforeFailure = &onFailure_;
     toPass = skip;
     toFail = count;
     failed = 0;

@@ -2,20 +2,25 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 
 namespace tiv::test {
 
 // While it lives, allocations of the calling thread through operator new go through until `skip`
-// of them have passed; the next `count` throw std::bad_alloc. Other threads are not touched.
+// of them have passed; the next `count` throw std::bad_alloc, each after a call of `onFailure`,
+// whose own allocations go through. Other threads are not touched.
 class FailingNew {
  public:
-    explicit FailingNew(size_t skip = 0, size_t count = 1);
+    explicit FailingNew(size_t skip = 0, size_t count = 1, std::function<void()> onFailure = {});
     ~FailingNew();
     FailingNew(const FailingNew&) = delete;
     FailingNew& operator=(const FailingNew&) = delete;
 
     // Allocations that have failed so far.
     size_t Failed() const;
+
+ private:
+    const std::function<void()> onFailure_;
 };
 
 // The same for the thread on which the next allocation of at least `bytes` happens, whichever it

@@ -10,6 +10,7 @@ namespace tiv::test {
 namespace {
 
 constexpr uint32_t FIRST_CHANNEL = 8;
+constexpr std::chrono::milliseconds POLL_SECOND{50};  // how long a second of a poll takes here
 
 ProfDrvChannelList ListOf(const std::vector<uint32_t>& ids) {
     ProfDrvChannelList list = {};
@@ -115,7 +116,7 @@ int32_t FakeDriver::TakeNotified(ProfPollPair* out, int32_t num) {
 }
 
 int32_t FakeDriver::Poll(ProfPollPair* out, int32_t num, int32_t timeoutSec) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSec);
+    const auto deadline = std::chrono::steady_clock::now() + timeoutSec * POLL_SECOND;
     MutexLock lock(mutex_);
     while (AnyChannelOpen()) {
         const int32_t count = TakeNotified(out, num);
