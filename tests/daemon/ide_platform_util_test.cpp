@@ -56,16 +56,16 @@ class LockFile : public testing::Test {
     const std::string home_ = dir_.Path();
 };
 
-// Runs `body` in a child and gives its exit status.
+// Runs `body` in a child and gives its exit status, -1 when it did not end by itself.
 template <class Body>
 int InChild(Body body) {
     const pid_t child = fork();
     if (child == 0) {
         _exit(body());
     }
-    int status = 0;
+    int status = -1;
     waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace

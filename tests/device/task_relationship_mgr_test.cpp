@@ -38,6 +38,15 @@ TEST(TaskRelationship, SmallestHostNumberOfADeviceIsGiven) {
     EXPECT_EQ(relations.GetHostIdByDevId(9), 2);
 }
 
+TEST(TaskRelationship, HostNumberOfAnotherDeviceIsPassedOver) {
+    auto& relations = TaskRelationshipMgr::Instance();
+
+    relations.AddRelation(2, 8);
+    relations.AddRelation(5, 9);
+
+    EXPECT_EQ(relations.GetHostIdByDevId(9), 5);
+}
+
 TEST(TaskRelationship, ResetForgetsEveryRelation) {
     auto& relations = TaskRelationshipMgr::Instance();
     relations.AddRelation(5, 9);
