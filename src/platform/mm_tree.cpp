@@ -145,6 +145,7 @@ class TreeRemover {
     }
 
     int Ascend() {
+        const size_t depth = way_.size();
         const Step step = std::move(way_.back());
         way_.pop_back();
         struct stat status = {};
@@ -154,20 +155,29 @@ class TreeRemover {
         if (status.st_dev != step.device || status.st_ino != step.inode) {
             return EBUSY;
         }
-        const bool gone = unlinkat(current_.Fd(), step.name.c_str(), AT_REMOVEDIR) == 0;
-        return gone || errno == ENOENT || errno == ENOTEMPTY ? 0 : errno;
+        if (unlinkat(current_.Fd(), step.name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT) {
+            rounds_.resize(depth);
+            return 0;
+        }
+        return MayReadAgain(depth) ? 0 : errno;
     }
 
-    // A reader of a directory that shrinks under it may miss entries: then they are read again.
     int RemoveRoot(const char* path) {
         if (rmdir(path) == 0) {
             done_ = true;
             return 0;
         }
-        if (errno != ENOTEMPTY || ++rounds_ >= MOST_ROUNDS) {
-            return errno;
+        return MayReadAgain(0) && current_.Open(AT_FDCWD, path) ? 0 : errno;
+    }
+
+    // A reader of a directory that shrinks under it may miss entries: then they are read again.
+    // Whoever keeps on filling it, be it with directories, must not keep the work going.
+    bool MayReadAgain(size_t depth) {
+        if (errno != ENOTEMPTY) {
+            return false;
         }
-        return current_.Open(AT_FDCWD, path) ? 0 : errno;
+        rounds_.resize(depth + 1);
+        return ++rounds_[depth] < MOST_ROUNDS;
     }
 
     static constexpr int MOST_ROUNDS = 16;
@@ -175,7 +185,7 @@ class TreeRemover {
     Directory current_;
     bool descended_ = false;
     bool done_ = false;
-    int rounds_ = 0;
+    std::vector<int> rounds_;  // by depth, of the directories on the way
     std::vector<Step> way_;
 };
 

@@ -149,6 +149,23 @@ TEST_F(LinuxLog, WarnsOfAnUnknownLevelAndUsesWarning) {
     EXPECT_EQ(1, CheckLogLevel(31, DLOG_WARN));
 }
 
+TEST_F(LinuxLog, EmptyLevelIsNone) {
+    UseLevel("");
+
+    EXPECT_TRUE(Writes().empty());
+    EXPECT_EQ(0, CheckLogLevel(31, DLOG_INFO));
+    EXPECT_EQ(1, CheckLogLevel(31, DLOG_WARN));
+}
+
+TEST_F(LinuxLog, SignalCostsNoLine) {
+    tiv::test::interruptions = 2;
+
+    DlogErrorInner(31, "text");
+
+    EXPECT_EQ(0, tiv::test::interruptions);
+    EXPECT_EQ("ERROR text\n", Line());
+}
+
 TEST_F(LinuxLog, WritesErrorsAndEventsAtEveryLevel) {
     UseLevel("error");
 

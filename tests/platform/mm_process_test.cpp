@@ -161,6 +161,21 @@ TEST(MmCreateProcess, HandsOverWordsAndEnvironmentAndNothingElse) {
     EXPECT_EQ("word b []\n", dir.Read("out"));
 }
 
+TEST(MmCreateProcess, WithoutAnEnvironmentTheChildHasAnEmptyOne) {
+    TempDir dir;
+    char program[] = "/usr/bin/env";
+    char* argv[] = {program, nullptr};
+    const mmArgvEnv words = {argv, 1, nullptr, 0};
+    mmProcess pid = -1;
+    int32_t status = -1;
+
+    ASSERT_EQ(0, mmCreateProcess(program, &words, dir.Path("out").c_str(), &pid));
+    ASSERT_EQ(1, mmWaitPid(pid, &status, MM_WAIT_BLOCK));
+
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("", dir.Read("out"));
+}
+
 TEST(MmCreateProcess, EmptiesTheOutputFileAndMakesItForGroupReaders) {
     TempDir dir;
     umask(0022);
@@ -335,6 +350,14 @@ TEST(MmWaitPid, TellsARunningChildFromAnEndedOne) {
 
     EXPECT_EQ(1, mmWaitPid(pid, &status, MM_WAIT_BLOCK));
     EXPECT_EQ(9, status);
+}
+
+TEST(MmWaitPid, GoesOnAfterASignal) {
+    tiv::test::interruptions = 2;
+
+    EXPECT_EQ(7, RunShell("exit 7", nullptr));
+
+    EXPECT_EQ(0, tiv::test::interruptions);
 }
 
 TEST(MmWaitPid, IsNegativeForWhatIsNoChild) {

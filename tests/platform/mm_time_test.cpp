@@ -89,6 +89,19 @@ TEST(MmSleep, DeadlineCarriesFullSeconds) {
     tiv::test::fixedClock = nullptr;
 }
 
+TEST(MmSleep, ClockThatFailsIsAFailure) {
+    const tiv::test::FixedClock clock = {CLOCK_MONOTONIC, {5, 6}, -1};
+    timespec deadline = {};
+    tiv::test::fixedClock = &clock;
+    tiv::test::sleepDeadline = &deadline;
+
+    EXPECT_EQ(-1, mmSleep(1));
+
+    tiv::test::sleepDeadline = nullptr;
+    tiv::test::fixedClock = nullptr;
+    EXPECT_EQ(0, deadline.tv_sec) << "it slept";
+}
+
 TEST(MmGetTickCount, ClockThatFailsGivesZero) {
     const tiv::test::FixedClock clock = {CLOCK_MONOTONIC_RAW, {5, 6}, -1};
     tiv::test::fixedClock = &clock;

@@ -1,22 +1,17 @@
-// Tests of directory lists and of the removal of trees.
-#include <dirent.h>
+// Tests of the removal of trees.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
-#include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/mm_api.h"
 #include "platform/system_calls.h"
-#include "support/failing_malloc.h"
 #include "support/failing_new.h"
 #include "support/scoped_limit.h"
 #include "support/temp_dir.h"
@@ -26,15 +21,21 @@ namespace {
 using tiv::test::ScopedLimit;
 using tiv::test::TempDir;
 
-// Called once, before the next removal of an entry of this name.
+// Called once, before the next removal of an entry of this name, which fails with `error` unless
+// that is 0.
 struct Interruption {
     std::string name;
     std::function<void()> act;
+    int error = 0;
 } interruption;
 
 bool Exists(const std::string& path) {
     struct stat status = {};
     return lstat(path.c_str(), &status) == 0;
+}
+
+void Fill(const std::string& directory) {
+    close(open((directory + "/late").c_str(), O_WRONLY | O_CREAT, 0600));
 }
 
 }  // namespace
@@ -46,6 +47,10 @@ extern "C" int __wrap_unlinkat(int directory, const char* name, int flags);
 extern "C" int __wrap_unlinkat(int directory, const char* name, int flags) {
     if (interruption.act && interruption.name == name) {
         std::exchange(interruption.act, {})();
+        if (interruption.error != 0) {
+            errno = interruption.error;
+            return -1;
+        }
     }
     return __real_unlinkat(directory, name, flags);
 }
@@ -90,6 +95,201 @@ TEST(MmRmdir, TakesWhatComesBehindTheLastEntryToo) {
     EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
 
     EXPECT_FALSE(Exists(dir.Path("tree")));
+}
+
+TEST(MmRmdir, GivesUpOnADirectoryThatIsFilledAgainAndAgain) {
+    TempDir dir;
+    dir.MakeDir("tree");
+    int fillings = 0;
+    std::function<void()> fill = [&] {
+        dir.Write("tree/late", "1");
+        ++fillings;
+        tiv::test::beforeRmdir = fill;
+    };
+    fill();
+
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+
+    tiv::test::beforeRmdir = {};
+    EXPECT_EQ(ENOTEMPTY, mmGetErrorCode());
+    EXPECT_EQ(1 + 16, fillings);
+}
+
+TEST(MmRmdir, GivesUpOnASubdirectoryThatIsFilledAgainAndAgain) {
+    TempDir dir;
+    dir.MakeDir("tree/d");
+    int fillings = 0;
+    std::function<void()> fill = [&] {
+        if (fillings == 1000) {
+            return;
+        }
+        dir.Write("tree/d/late", "1");
+        ++fillings;
+        interruption = {"d", fill};
+    };
+    fill();
+
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+
+    interruption = {};
+    EXPECT_EQ(ENOTEMPTY, mmGetErrorCode());
+    EXPECT_LT(fillings, 1000);
+}
+
+TEST(MmRmdir, GivesUpWhereDirectoriesAppearAgainAndAgain) {
+    for (const std::string filled : {"tree/d", "tree/d/d"}) {
+        TempDir dir;
+        dir.MakeDir("tree/d/d");
+        int fillings = 0;
+        std::function<void()> fill = [&] {
+            if (fillings == 1000) {
+                return;
+            }
+            dir.MakeDir(filled + "/new");
+            dir.Write(filled + "/new/late", "1");
+            ++fillings;
+            interruption = {"d", fill};
+        };
+        fill();
+
+        EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str())) << filled;
+
+        interruption = {};
+        EXPECT_EQ(ENOTEMPTY, mmGetErrorCode()) << filled;
+        EXPECT_LT(fillings, 1000) << filled;
+    }
+}
+
+TEST(MmRmdir, GivesUpOnADirectoryThatGetsDirectoriesAgainAndAgain) {
+    TempDir dir;
+    dir.MakeDir("tree");
+    int fillings = 0;
+    std::function<void()> fill = [&] {
+        if (fillings == 1000) {
+            return;
+        }
+        dir.MakeDir("tree/new");
+        dir.Write("tree/new/late", "1");
+        ++fillings;
+        tiv::test::beforeRmdir = fill;
+    };
+    fill();
+
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+
+    tiv::test::beforeRmdir = {};
+    EXPECT_EQ(ENOTEMPTY, mmGetErrorCode());
+    EXPECT_EQ(1 + 16, fillings);
+}
+
+TEST(MmRmdir, TakesManyDirectoriesThatAreFilledOnceMore) {
+    constexpr int DEPTH = 20;
+    TempDir dir;
+    std::vector<std::string> chain = {dir.MakeDir("tree")};
+    for (int i = 0; i < DEPTH; ++i) {
+        chain.push_back(chain.back() + "/d");
+        ASSERT_EQ(0, mkdir(chain.back().c_str(), 0700));
+    }
+    Fill(chain.back());
+    int call = 0;
+    std::function<void()> fill = [&] {
+        // Once per directory on the way down; on the way up it is tried, found full and tried
+        // again.
+        if (call >= DEPTH && (call - DEPTH) % 3 == 0) {
+            Fill(chain.back());
+            chain.pop_back();
+        }
+        ++call;
+        interruption = {"d", fill};
+    };
+    interruption = {"d", fill};
+
+    EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
+
+    interruption = {};
+    EXPECT_EQ(1u, chain.size());
+}
+
+TEST(MmRmdir, TakesManyNeighboursThatAreFilledOnceMore) {
+    constexpr int NEIGHBOURS = 20;
+    TempDir dir;
+    const auto fillAll = [&dir] {
+        for (int i = 0; i < NEIGHBOURS; ++i) {
+            Fill(dir.Path("tree/" + std::to_string(i) + "/d"));
+        }
+    };
+    for (int i = 0; i < NEIGHBOURS; ++i) {
+        dir.MakeDir("tree/" + std::to_string(i) + "/d");
+    }
+    fillAll();
+    int call = 0;
+    std::function<void()> fill = [&] {
+        // Each is tried and found full, emptied and tried, and the same once more.
+        if (call++ % 4 == 1) {
+            fillAll();
+        }
+        interruption = {"d", fill};
+    };
+    interruption = {"d", fill};
+
+    EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
+
+    interruption = {};
+    EXPECT_EQ(4 * NEIGHBOURS, call);
+}
+
+TEST(MmRmdir, EntryThatGoesByItselfIsNoFailure) {
+    TempDir dir;
+    dir.MakeDir("tree");
+    dir.Write("tree/f", "1");
+    interruption = {"f", [&dir] { EXPECT_EQ(0, unlink(dir.Path("tree/f").c_str())); }};
+
+    EXPECT_EQ(0, mmRmdir(dir.Path("tree").c_str()));
+
+    EXPECT_FALSE(Exists(dir.Path("tree")));
+}
+
+TEST(MmRmdir, EntryThatMayNotGoEndsTheWork) {
+    for (const std::string entry : {"file", "directory"}) {
+        TempDir dir;
+        dir.MakeDir("tree/directory");
+        dir.Write("tree/file", "1");
+        interruption = {entry, [] {}, EPERM};
+
+        EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+
+        EXPECT_EQ(EPERM, mmGetErrorCode());
+        EXPECT_TRUE(Exists(dir.Path("tree/" + entry)));
+    }
+}
+
+TEST(MmRmdir, DirectoriesThatCannotBeToldApartStayWhereTheyAre) {
+    TempDir dir;
+    dir.MakeDir("tree/d");
+    dir.Write("tree/d/f", "1");
+
+    tiv::test::statToFail = 1;  // on the way down
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+    EXPECT_EQ(EIO, mmGetErrorCode());
+    EXPECT_TRUE(Exists(dir.Path("tree/d/f")));
+
+    tiv::test::statToFail = 2;  // on the way up
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+    EXPECT_EQ(EIO, mmGetErrorCode());
+    EXPECT_TRUE(Exists(dir.Path("tree/d")));
+}
+
+TEST(MmRmdir, EntryWhoseTypeCannotBeHadIsTakenForAFile) {
+    TempDir dir;
+    dir.MakeDir("tree/d");
+    tiv::test::typesAreHidden = true;
+    tiv::test::statToFail = 1;
+
+    EXPECT_EQ(-1, mmRmdir(dir.Path("tree").c_str()));
+
+    tiv::test::typesAreHidden = false;
+    EXPECT_EQ(EISDIR, mmGetErrorCode());
+    EXPECT_TRUE(Exists(dir.Path("tree/d")));
 }
 
 TEST(MmRmdir, ErrorIsThatOfTheDirectoryThatCannotBeOpened) {
@@ -192,6 +392,18 @@ TEST(MmRmdir, RefusesAPathThatEndsInDots) {
     EXPECT_EQ("abc", dir.Read("tree/f"));
 }
 
+TEST(MmRmdir, RefusesTheWorkingDirectory) {
+    TempDir dir;
+    dir.Write("f", "abc");
+    ASSERT_EQ(0, chdir(dir.Path().c_str()));
+
+    EXPECT_NE(0, mmRmdir("."));
+
+    EXPECT_EQ(EINVAL, mmGetErrorCode());
+    EXPECT_EQ("abc", dir.Read("f"));
+    EXPECT_EQ(0, chdir("/"));
+}
+
 TEST(MmRmdir, TakesAPathWithASlashAtItsEnd) {
     TempDir dir;
     dir.MakeDir("tree/a");
@@ -260,120 +472,6 @@ TEST(MmRmdir, LeavesNoDescriptorOpen) {
     EXPECT_EQ(before, after);
 }
 
-std::vector<std::string> Names(mmDirent** list, int32_t count) {
-    std::vector<std::string> names;
-    for (int32_t i = 0; i < count; ++i) {
-        names.emplace_back(list[i]->d_name);
-    }
-    return names;
-}
-
-int32_t ByName(const mmDirent** left, const mmDirent** right) {
-    return strcmp((*left)->d_name, (*right)->d_name);
-}
-
-int32_t NoDots(const mmDirent* entry) { return entry->d_name[0] == '.' ? 0 : 1; }
-
-TEST(MmScandir, ListsEveryEntryWithTheTwoDots) {
-    TempDir dir;
-    dir.Write("b", "");
-    dir.MakeDir("a");
-    mmDirent** list = nullptr;
-
-    const int32_t count = mmScandir(dir.Path().c_str(), &list, nullptr, ByName);
-
-    ASSERT_EQ(4, count);
-    EXPECT_EQ((std::vector<std::string>{".", "..", "a", "b"}), Names(list, count));
-    EXPECT_EQ(DT_DIR, list[2]->d_type);
-    EXPECT_EQ(DT_REG, list[3]->d_type);
-    mmScandirFree(list, count);
-}
-
-TEST(MmScandir, TellsALinkToADirectoryAsALink) {
-    TempDir dir;
-    dir.MakeDir("a");
-    ASSERT_EQ(0, symlink(dir.Path("a").c_str(), dir.Path("link").c_str()));
-    mmDirent** list = nullptr;
-
-    const int32_t count = mmScandir(dir.Path().c_str(), &list, NoDots, ByName);
-
-    ASSERT_EQ(2, count);
-    EXPECT_EQ(DT_DIR, list[0]->d_type);
-    EXPECT_EQ(DT_LNK, list[1]->d_type);
-    mmScandirFree(list, count);
-}
-
-TEST(MmScandir, KeepsWhatTheFilterAccepts) {
-    TempDir dir;
-    dir.Write("b", "");
-    dir.Write(".hidden", "");
-    mmDirent** list = nullptr;
-
-    const int32_t count = mmScandir(dir.Path().c_str(), &list, NoDots, nullptr);
-
-    ASSERT_EQ(1, count);
-    EXPECT_STREQ("b", list[0]->d_name);
-    mmScandirFree(list, count);
-}
-
-TEST(MmScandir, HoldsTheLongestName) {
-    TempDir dir;
-    const std::string name(255, 'n');
-    dir.Write(name, "");
-    mmDirent** list = nullptr;
-
-    const int32_t count = mmScandir(dir.Path().c_str(), &list, NoDots, nullptr);
-
-    ASSERT_EQ(1, count);
-    EXPECT_EQ(name, list[0]->d_name);
-    mmScandirFree(list, count);
-}
-
-TEST(MmScandir, IsNegativeForWhatIsNoDirectory) {
-    TempDir dir;
-    dir.Write("f", "");
-    mmDirent** list = nullptr;
-
-    EXPECT_LT(mmScandir(dir.Path("none").c_str(), &list, nullptr, nullptr), 0);
-    EXPECT_EQ(ENOENT, mmGetErrorCode());
-    EXPECT_LT(mmScandir(dir.Path("f").c_str(), &list, nullptr, nullptr), 0);
-    EXPECT_LT(mmScandir(nullptr, &list, nullptr, nullptr), 0);
-    EXPECT_LT(mmScandir(dir.Path().c_str(), nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(nullptr, list);
-}
-
-TEST(MmScandir, WithoutMemoryThereIsNoListAndNothingIsKept) {
-    const TempDir dir;
-    const std::string path = dir.Path();
-    mmDirent** list = nullptr;
-    int32_t count = -1;
-    size_t failures = 0;
-    while (count < 0 && failures < 50) {
-        const long before = tiv::test::LiveMallocBlocks();
-        const tiv::test::FailingMalloc failing(1, failures++);
-        count = mmScandir(path.c_str(), &list, nullptr, nullptr);
-        EXPECT_TRUE(count >= 0 || mmGetErrorCode() == ENOMEM);
-        EXPECT_TRUE(count >= 0 || tiv::test::LiveMallocBlocks() == before);
-        EXPECT_EQ(count >= 0, list != nullptr);
-    }
-
-    EXPECT_EQ(2, count);
-    EXPECT_LT(3u, failures);  // the list and each of its entries
-    mmScandirFree(list, count);
-}
-
-TEST(MmScandir, EntriesThatDoNotFitInMemoryAreAFailure) {
-    const TempDir dir;
-    const std::string path = dir.Path();
-    mmDirent** list = nullptr;
-    const tiv::test::FailingNew failing;
-
-    EXPECT_LT(mmScandir(path.c_str(), &list, nullptr, nullptr), 0);
-
-    EXPECT_EQ(ENOMEM, mmGetErrorCode());
-    EXPECT_EQ(nullptr, list);
-}
-
 TEST(MmRmdir, WithoutMemoryNothingIsRemoved) {
     TempDir dir;
     const std::string tree = dir.MakeDir("tree");
@@ -385,12 +483,6 @@ TEST(MmRmdir, WithoutMemoryNothingIsRemoved) {
     }
 
     EXPECT_TRUE(Exists(dir.Path("tree/inner")));
-}
-
-TEST(MmScandirFree, TakesNull) {
-    mmScandirFree(nullptr, 0);
-    mmScandirFree(nullptr, 3);
-    SUCCEED();
 }
 
 }  // namespace

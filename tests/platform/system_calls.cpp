@@ -6,6 +6,8 @@
 #include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
+#include <sys/types.h>
 
 #include <utility>
 
@@ -18,11 +20,62 @@ std::atomic<int> liveSpawnAttributes{0};
 
 std::atomic<bool> typesAreHidden{false};
 std::atomic<int> refusal{0};
+std::atomic<int> statToFail{0};
+std::atomic<int> interruptions{0};
 std::function<void()> beforeRmdir;
 
 }  // namespace tiv::test
 
+namespace {
+
+bool StatFails() {
+    if (tiv::test::statToFail == 0 || --tiv::test::statToFail != 0) {
+        return false;
+    }
+    errno = EIO;
+    return true;
+}
+
+bool IsInterrupted() {
+    if (tiv::test::interruptions == 0) {
+        return false;
+    }
+    --tiv::test::interruptions;
+    errno = EINTR;
+    return true;
+}
+
+}  // namespace
+
 extern "C" {
+
+int __real_fstat(int fd, struct stat* status);
+int __wrap_fstat(int fd, struct stat* status);
+
+int __wrap_fstat(int fd, struct stat* status) {
+    return StatFails() ? -1 : __real_fstat(fd, status);
+}
+
+pid_t __real_waitpid(pid_t pid, int* status, int options);
+pid_t __wrap_waitpid(pid_t pid, int* status, int options);
+
+pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
+    return IsInterrupted() ? -1 : __real_waitpid(pid, status, options);
+}
+
+ssize_t __real_write(int fd, const void* bytes, size_t size);
+ssize_t __wrap_write(int fd, const void* bytes, size_t size);
+
+ssize_t __wrap_write(int fd, const void* bytes, size_t size) {
+    return IsInterrupted() ? -1 : __real_write(fd, bytes, size);
+}
+
+int __real_fstatat(int directory, const char* name, struct stat* status, int flags);
+int __wrap_fstatat(int directory, const char* name, struct stat* status, int flags);
+
+int __wrap_fstatat(int directory, const char* name, struct stat* status, int flags) {
+    return StatFails() ? -1 : __real_fstatat(directory, name, status, flags);
+}
 
 int __real_clock_gettime(clockid_t clock, timespec* time);
 int __wrap_clock_gettime(clockid_t clock, timespec* time);

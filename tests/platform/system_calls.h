@@ -30,6 +30,12 @@ extern std::atomic<bool> typesAreHidden;
 // While it is not 0, pthread_attr_init, posix_spawnattr_init and fdopendir fail with this error.
 extern std::atomic<int> refusal;
 
+// The fstat or fstatat of which this is the number from now on fails with EIO; 0: none does.
+extern std::atomic<int> statToFail;
+
+// So many calls of waitpid or write are interrupted by a signal.
+extern std::atomic<int> interruptions;
+
 // Called once, before the next removal of a directory by its path.
 extern std::function<void()> beforeRmdir;
 
