@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <array>
 #include <cinttypes>
 #include <exception>
 
@@ -17,19 +18,10 @@ namespace {
 
 constexpr uint64_t ENDLESS = 1ULL << 62;
 
-const char* KindName(SourceKind kind) {
-    switch (kind) {
-        case SourceKind::PERF:
-            return "perf";
-        case SourceKind::COUNTER:
-            return "counter";
-        case SourceKind::REPLAY:
-            return "replay";
-        case SourceKind::SILENT:
-            break;
-    }
-    return "silent";
-}
+// By the number of the kind.
+constexpr std::array<const char*, 4> KIND_NAMES = {"silent", "perf", "counter", "replay"};
+
+const char* KindName(SourceKind kind) { return KIND_NAMES[static_cast<size_t>(kind)]; }
 
 // The program's signals are for the program's threads.
 class SignalsBlocked {

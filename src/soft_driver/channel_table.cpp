@@ -89,21 +89,22 @@ int32_t ChannelTable::Start(const DeviceSettings& device, uint32_t channelId,
             return -1;
         }
     }
+    std::shared_ptr<Channel> listed;
     try {
-        return StartReserved(key, *settings, start);
+        return StartReserved(key, *settings, start, &listed);
     } catch (...) {
-        Forget(key);
+        Forget(key, listed);
         throw;
     }
 }
 
 // The channel stands in the table before its first byte: whoever is told of data finds it.
 int32_t ChannelTable::StartReserved(const Key& key, const ChannelSettings& settings,
-                                    const StartRecord& start) {
+                                    const StartRecord& start, std::shared_ptr<Channel>* listed) {
     auto channel = std::make_shared<Channel>(key.first, settings, ready_);
     if (!channel->Prepare(start)) {
         const int error = errno;
-        Forget(key);
+        Forget(key, nullptr);
         errno = error;
         return -1;
     }
@@ -111,22 +112,23 @@ int32_t ChannelTable::StartReserved(const Key& key, const ChannelSettings& setti
     {
         MutexLock lock(mutex_);
         running_[key] = channel;
+        *listed = channel;
     }
     channel->Begin();
     return 0;
 }
 
-void ChannelTable::Forget(const Key& key) {
-    std::shared_ptr<Channel> channel;
-    MutexLock lock(mutex_);
-    const auto row = running_.find(key);
-    if (row != running_.end()) {
-        channel = std::move(row->second);
-        running_.erase(row);
+// A stop may have taken the row away meanwhile, and another start may have the next one.
+void ChannelTable::Forget(const Key& key, const std::shared_ptr<Channel>& listed) {
+    {
+        MutexLock lock(mutex_);
+        const auto row = running_.find(key);
+        if (row != running_.end() && row->second == listed) {
+            running_.erase(row);
+        }
     }
-    lock.Unlock();
-    if (channel != nullptr) {
-        channel->Stop();
+    if (listed != nullptr) {
+        listed->Stop();
     }
 }
 

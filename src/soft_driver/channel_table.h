@@ -43,9 +43,12 @@ class ChannelTable {
     using Key = std::pair<uint32_t, uint32_t>;  // device, channel
 
     [[nodiscard]] static std::vector<ChannelSettings> DefaultChannels();
+    // `listed` receives the channel once it stands in the table, also when the start throws.
     [[nodiscard]] int32_t StartReserved(const Key& key, const ChannelSettings& settings,
-                                        const StartRecord& start) EXCLUDES(mutex_);
-    void Forget(const Key& key) EXCLUDES(mutex_);
+                                        const StartRecord& start, std::shared_ptr<Channel>* listed)
+        EXCLUDES(mutex_);
+    // Takes back what a failed start put into the table: a channel, or the null row before it.
+    void Forget(const Key& key, const std::shared_ptr<Channel>& listed) EXCLUDES(mutex_);
 
     ReadySet ready_;
     Mutex mutex_;

@@ -16,10 +16,9 @@ class FileDescriptor {
     ~FileDescriptor() { Reset(); }
     FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        if (this != &other) {
-            Reset();
-            fd_ = std::exchange(other.fd_, -1);
-        }
+        const int taken = std::exchange(other.fd_, -1);
+        Reset();
+        fd_ = taken;
         return *this;
     }
 

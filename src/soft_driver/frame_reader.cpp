@@ -12,8 +12,7 @@
 namespace tiv::soft_driver {
 
 ReadOutcome FrameReader::OutcomeOf(ssize_t received) {
-    const bool nothingYet = received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-    return nothingYet ? ReadOutcome::WOULD_BLOCK : ReadOutcome::CLOSED;
+    return received < 0 && errno == EAGAIN ? ReadOutcome::WOULD_BLOCK : ReadOutcome::CLOSED;
 }
 
 ReadOutcome FrameReader::Read(LinkSocket& socket, MessageBuffer& message, bool wait) {

@@ -25,11 +25,10 @@ std::shared_ptr<HdcSession> Connect(const std::shared_ptr<HdcClient>& client, ui
         return nullptr;
     }
     PeerIdentity peer;
-    const bool known = ReadPeerIdentity(fd.Get(), &peer);
-    const int32_t function = known ? VirtualFunctionOf(peer.pid) : 1;
+    (void)ReadPeerIdentity(fd.Get(), &peer);  // a peer without credentials has process 0
     return std::make_shared<HdcSession>(
-        std::move(fd), SessionAttributes{deviceId, function, peer.pid}, settings.segmentBytes,
-        settings.stallLimitMs, std::move(slot));
+        std::move(fd), SessionAttributes{deviceId, VirtualFunctionOf(peer.pid), peer.pid},
+        settings.segmentBytes, settings.stallLimitMs, std::move(slot));
 }
 
 int32_t ConnectSession(int32_t peerNode, int32_t peerDevId, HDC_CLIENT client,

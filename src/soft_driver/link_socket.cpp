@@ -107,7 +107,8 @@ bool LinkSocket::WaitForRoom(uint32_t stallLimitMs) const {
 
 int LinkSocket::BytesUnread() const {
     int bytes = 0;
-    return ioctl(fd_.Get(), SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+    (void)ioctl(fd_.Get(), SIOCOUTQ, &bytes);  // every stream socket answers
+    return bytes;
 }
 
 ssize_t LinkSocket::Receive(iovec* parts, size_t count, bool wait) {

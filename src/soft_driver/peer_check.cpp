@@ -38,10 +38,7 @@ std::string PidNamespace(const std::string& process) {
     std::array<char, 64> target{};
     const std::string link = "/proc/" + process + "/ns/pid";
     const ssize_t count = readlink(link.c_str(), target.data(), target.size());
-    if (count <= 0 || static_cast<size_t>(count) >= target.size()) {
-        return "";
-    }
-    return {target.data(), static_cast<size_t>(count)};
+    return {target.data(), static_cast<size_t>(std::max<ssize_t>(count, 0))};
 }
 
 }  // namespace
@@ -68,9 +65,6 @@ bool PeerIsAllowed(int fd, const PeerIdentity& peer, gid_t group) {
 }
 
 int32_t VirtualFunctionOf(pid_t pid) {
-    if (pid <= 0) {
-        return 1;
-    }
     const std::string own = PidNamespace("self");
     const std::string theirs = PidNamespace(std::to_string(pid));
     return !own.empty() && own == theirs ? 0 : 1;

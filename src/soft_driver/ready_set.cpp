@@ -107,12 +107,10 @@ int32_t ReadySet::Poll(ProfPollPair* out, int32_t count, std::chrono::seconds ti
             return PROF_STOPPED_ALREADY;
         }
         const int32_t found = Collect(out, count);
-        if (found > 0) {
+        if (found > 0 || Clock::now() >= deadline) {
             return found;
         }
-        if (!ready_.WaitUntil(mutex_, deadline) && Clock::now() >= deadline) {
-            return openCount_ == 0 ? PROF_STOPPED_ALREADY : Collect(out, count);
-        }
+        (void)ready_.WaitUntil(mutex_, deadline);
     }
 }
 

@@ -67,10 +67,10 @@ int64_t ReplaySource::ReadInto(char* data, size_t bytes) {
         if (count < 0) {
             Warn("replay ended: file=%s: %s", settings_.file.c_str(), ErrorText(errno).c_str());
         }
-        const bool again = count == 0 && settings_.loop && inRound_ > 0;
-        if (!again || lseek(file_.Get(), 0, SEEK_SET) != 0) {
+        if (count < 0 || !settings_.loop || inRound_ == 0) {
             return 0;
         }
+        (void)lseek(file_.Get(), 0, SEEK_SET);  // a pipe stays where it is: nothing comes next
         inRound_ = 0;
     }
 }

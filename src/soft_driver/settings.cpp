@@ -35,6 +35,14 @@ nlohmann::json ParseShallow(const std::string& text) {
     return nlohmann::json::parse(text, guard);
 }
 
+// "<module>.<info>" in digits. The scan alone would take blanks and signs, too.
+bool ReadQueryName(const std::string& name, unsigned* module, unsigned* info) {
+    int end = 0;
+    return name.find_first_not_of("0123456789.") == std::string::npos &&
+           sscanf(name.c_str(), "%9u.%9u%n", module, info, &end) == 2 &&
+           static_cast<size_t>(end) == name.size();
+}
+
 // Answers to device queries: {"2.3": 8} answers module 2, info 3.
 void ReadInfo(SettingsReader& reader, DeviceSettings* device) {
     const nlohmann::json* info = reader.Member("info");
@@ -48,9 +56,7 @@ void ReadInfo(SettingsReader& reader, DeviceSettings* device) {
         const std::string at = reader.PathOf("info." + key);
         unsigned module = 0;
         unsigned number = 0;
-        int end = 0;
-        if (sscanf(key.c_str(), "%9u.%9u%n", &module, &number, &end) != 2 ||
-            static_cast<size_t>(end) != key.size()) {
+        if (!ReadQueryName(key, &module, &number)) {
             throw SettingsError(at, "must be named <module>.<info>");
         }
         device->info[{static_cast<int32_t>(module), static_cast<int32_t>(number)}] =

@@ -13,7 +13,7 @@ namespace tiv::soft_driver {
 [[nodiscard]] inline bool FillSocketAddress(const std::string& path, sockaddr_un* address) {
     *address = {};
     address->sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof(address->sun_path)) {
+    if (path.size() >= sizeof(address->sun_path)) {
         return false;
     }
     memcpy(address->sun_path, path.data(), path.size());

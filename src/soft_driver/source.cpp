@@ -9,18 +9,15 @@
 namespace tiv::soft_driver {
 
 std::unique_ptr<Source> MakeSource(const ChannelSettings& channel) {
-    switch (channel.source.kind) {
-        case SourceKind::PERF:
-            return std::make_unique<PerfSource>(channel);
-        case SourceKind::COUNTER:
-            if (channel.source.bytesPerSecond != 0) {
-                return std::make_unique<CounterSource>(channel.source);
-            }
-            return nullptr;
-        case SourceKind::REPLAY:
-            return std::make_unique<ReplaySource>(channel.source);
-        case SourceKind::SILENT:
-            return nullptr;
+    const SourceSettings& source = channel.source;
+    if (source.kind == SourceKind::PERF) {
+        return std::make_unique<PerfSource>(channel);
+    }
+    if (source.kind == SourceKind::REPLAY) {
+        return std::make_unique<ReplaySource>(source);
+    }
+    if (source.kind == SourceKind::COUNTER && source.bytesPerSecond != 0) {
+        return std::make_unique<CounterSource>(source);
     }
     return nullptr;
 }

@@ -29,6 +29,33 @@ class ChannelBench : public DriverBench {
     }
 };
 
+// Standard error as a pipe: a line can be waited for.
+class StderrPipe {
+ public:
+    StderrPipe() : before_(dup(STDERR_FILENO)) {
+        EXPECT_EQ(0, pipe(ends_));
+        dup2(ends_[1], STDERR_FILENO);
+    }
+    ~StderrPipe() {
+        dup2(before_, STDERR_FILENO);
+        close(before_);
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    std::string NextLine() const {
+        std::string line;
+        char byte = 0;
+        while (byte != '\n' && read(ends_[0], &byte, 1) == 1) {
+            line += byte;
+        }
+        return line;
+    }
+
+ private:
+    const int before_;
+    int ends_[2] = {-1, -1};
+};
+
 // Reads until `bytes` have come, waiting in the poll; fewer when nothing comes for five seconds.
 inline std::string ReadBytes(uint32_t device, uint32_t channel, size_t bytes,
                              uint32_t atMost = 65536) {

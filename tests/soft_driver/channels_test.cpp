@@ -242,6 +242,15 @@ TEST_F(Channels, StartRecordMustHaveTheSizeOfItsChannel) {
     EXPECT_EQ(-1, StartWith(50, {1}, 3));
 }
 
+TEST_F(Channels, StartRecordHas4096BytesAtMost) {
+    Configure(R"({"channels": [{"id": 50}]})");
+
+    EXPECT_EQ(0, StartWith(50, std::vector<uint32_t>(1024)));
+    EXPECT_EQ(-1, StartWith(50, std::vector<uint32_t>(1025)));
+
+    EXPECT_EQ(EINVAL, errno);
+}
+
 TEST_F(Channels, StartRecordWithoutMemoryIsRefused) {
     Configure(COUNTER);
     ProfStartPara para{};

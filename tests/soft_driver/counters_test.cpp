@@ -1,6 +1,7 @@
 // What a perf source makes of the kernel's counters.
 #include "channel_bench.h"
 #include "refused_calls.h"
+#include "soft_driver/channel.h"
 #include "soft_driver/channel_ring.h"
 #include "soft_driver/channel_table.h"
 #include "soft_driver/channel_writer.h"
@@ -8,10 +9,12 @@
 #include "soft_driver/perf_source.h"
 #include "soft_driver/ready_set.h"
 #include "soft_driver/settings.h"
+#include "support/failing_new.h"
 
 namespace tiv::test {
 namespace {
 
+using soft_driver::Channel;
 using soft_driver::ChannelRing;
 using soft_driver::ChannelSettings;
 using soft_driver::ChannelTable;
@@ -22,6 +25,8 @@ using soft_driver::PerfSource;
 using soft_driver::ReadySet;
 using soft_driver::SourceKind;
 using soft_driver::StartRecord;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
 
 using Counts = std::vector<uint64_t>;
 
@@ -39,11 +44,26 @@ class GivenCounters : public ::testing::Test {
         return counts;
     }
 
+    static void GiveRising(uint64_t readings) {
+        for (uint64_t i = 1; i <= readings; ++i) {
+            CountingMachine::Give(i, i * 100, i * 100);
+        }
+    }
+
     const CountingMachine machine_;
 };
 
 TEST_F(GivenCounters, CountOfTheWholeTimeIsKeptExactly) {
     EXPECT_EQ((Counts{9007199254740993}), FirstCounts(9007199254740993, 100, 100));
+}
+
+TEST_F(GivenCounters, EventThatNoProcessorCountsCannotBeOpened) {
+    const RefusedCall refused("syscall", ENODEV);
+    PerfCounters counters;
+
+    EXPECT_EQ("cpu-clock", counters.Open({"cpu-clock"}));
+
+    EXPECT_EQ(1, RefusedCall::Count());
 }
 
 TEST_F(GivenCounters, NothingIsReadBeforeTheFirstPeriodIsOver) {
@@ -64,6 +84,54 @@ TEST_F(GivenCounters, NothingIsReadBeforeTheFirstPeriodIsOver) {
     producer.Join();
 
     EXPECT_EQ(0u, ready.Used(entry));
+}
+
+TEST_F(GivenCounters, FullRingIsToldOnceInTheLog) {
+    ChannelSettings settings;
+    settings.source.events = {"cpu-clock"};
+    PerfSource source(settings);
+    ASSERT_TRUE(source.Prepare(StartRecord{1, {}}));
+    GiveRising(4);
+    ReadySet ready;
+    const ReadySet::EntryPtr entry = ready.Open({0, 8}, 0);
+    ChannelRing ring(24);
+    ChannelWriter writer(ring, ready, entry);
+    CaptureStderr();
+    Worker producer([&] { source.Run(writer); });
+    while (!CountingMachine::AllRead()) {
+        std::this_thread::yield();
+    }
+    ready.Close(entry);
+    producer.Join();
+
+    EXPECT_EQ("tiv_driver: warning: records are dropped: channel=0: its ring is full\n",
+              GetCapturedStderr());
+    EXPECT_EQ(2u, source.Dropped());
+}
+
+TEST_F(GivenCounters, SourceWithoutMemoryEndsAndItsChannelStays) {
+    ChannelSettings settings;
+    settings.id = 8;
+    settings.source.kind = SourceKind::PERF;
+    settings.source.events = std::vector<std::string>(32, "cpu-clock");
+    ReadySet ready;
+    Channel channel(3, settings, ready);
+    ASSERT_TRUE(channel.Prepare(StartRecord{1, {}}));
+    GiveRising(64);
+    channel.Open();
+    const StderrPipe log;
+    FailNextNewOfAtLeast(600);  // a record per event takes 768 bytes
+    channel.Begin();
+
+    EXPECT_EQ("tiv_driver: warning: source ended: device=3 channel=8: std::bad_alloc\n",
+              log.NextLine());
+    char header[1000];
+    EXPECT_EQ(392, channel.Read(header, sizeof(header)));
+    channel.Stop();
+    EXPECT_EQ(
+        "tiv_driver: info: channel stopped: device=3 channel=8 source=perf header=392 "
+        "delivered=392 lost=0 dropped=0\n",
+        log.NextLine());
 }
 
 TEST(Counters, UnknownEventIsNamed) {

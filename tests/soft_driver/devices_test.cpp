@@ -66,6 +66,20 @@ TEST_F(Devices, QueriesWithoutAnAnswerAreNotSupportedAndLeaveTheValue) {
     EXPECT_EQ(ENODEV, errno);
 }
 
+TEST_F(Devices, NumbersNextToThoseWithAnAnswerAreNotSupported) {
+    Configure(R"({"host_frequency_khz": 1000000, "device_frequency_khz": 48000})");
+    int64_t value = 42;
+
+    for (const int32_t info : {1, 24, 25}) {
+        EXPECT_EQ(65534, halGetDeviceInfo(0, 1, info, &value)) << info;
+    }
+    for (const int32_t info : {0, 2, 23, 26}) {
+        EXPECT_EQ(65534, halGetDeviceInfo(0, 0, info, &value)) << info;
+    }
+    EXPECT_EQ(ENOTSUP, errno);
+    EXPECT_EQ(42, value);
+}
+
 TEST_F(Devices, FrequenciesAndOtherAnswersComeFromTheFile) {
     Configure(R"({"chip_id": 2, "chip_version": 5, "host_frequency_khz": 1000000,
                   "device_frequency_khz": 48000, "info": {"2.3": 8}})");

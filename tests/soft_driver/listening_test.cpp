@@ -24,6 +24,15 @@ class Listening : public ::testing::Test {
     std::unique_ptr<ListeningSocket> Open() {
         return ListeningSocket::Open(directory_.Path("."), path_);
     }
+    // A socket at the path at which nobody listens.
+    FileDescriptor BoundSocket(int type) const {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+        FileDescriptor bound(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(0, bind(bound.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+        return bound;
+    }
 
     TempDir directory_;
     const std::string path_ = directory_.Path("here.sock");
@@ -37,7 +46,7 @@ TEST_F(Listening, WithoutItsDirectoryThereIsNoSocket) {
 }
 
 TEST_F(Listening, RefusalsOfTheSystemAreTold) {
-    for (const char* function : {"socket", "bind", "chmod"}) {
+    for (const char* function : {"socket", "flock", "bind", "chmod", "listen"}) {
         const RefusedCall refused(function, EACCES);
         EXPECT_EQ(nullptr, Open()) << function;
         EXPECT_EQ(EACCES, errno) << function;
@@ -110,6 +119,57 @@ TEST_F(Listening, ShortageThatLastsPausesBetweenTheTries) {
         GetCapturedStderr());
 }
 
+TEST_F(Listening, EveryShortageDropsTheConnectionAndTheWaitGoesOn) {
+    const auto listener = Open();
+    for (const int shortage : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+        const FileDescriptor dropped(RawConnect(path_));
+        const FileDescriptor next(RawConnect(path_));
+        const RefusedCall refused("accept4", shortage, 2);
+        CaptureStderr();
+
+        EXPECT_TRUE(listener->Accept(&peer_).IsOpen());
+
+        EXPECT_EQ("tiv_driver: warning: connections are dropped: path=" + path_ + ": " +
+                      strerror(shortage) + "\n",
+                  GetCapturedStderr());
+        char byte = 0;
+        EXPECT_EQ(0, recv(dropped.Get(), &byte, 1, MSG_DONTWAIT));
+    }
+    EXPECT_TRUE(Pauses().empty());
+}
+
+TEST_F(Listening, ShortageWithoutAConnectionToDropPauses) {
+    const auto listener = Open();
+    const RefusedCall refused("accept4", EMFILE, 2);
+    const TimeOfPolls time([] {});
+    FileDescriptor connected;
+    Worker client([&] {
+        const auto deadline = std::chrono::system_clock::now() + std::chrono::seconds(10);
+        while (Pauses().empty() && std::chrono::system_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        connected = FileDescriptor(RawConnect(path_));
+    });
+
+    EXPECT_TRUE(listener->Accept(&peer_).IsOpen());
+
+    EXPECT_EQ(std::vector<int>{10}, Pauses());
+    EXPECT_EQ(std::vector<int>{-1}, TimeOfPolls::Taken());
+}
+
+TEST_F(Listening, ConnectionThatComesWithTheCloseIsClosed) {
+    const auto listener = Open();
+    const FileDescriptor late(RawConnect(path_));
+    listener->Close();
+
+    EXPECT_FALSE(listener->Accept(&peer_).IsOpen());
+
+    EXPECT_EQ(EBADF, errno);
+    char byte = 0;
+    EXPECT_EQ(0, recv(late.Get(), &byte, 1, MSG_DONTWAIT));
+    EXPECT_EQ(0, peer_);
+}
+
 TEST_F(Listening, LockOfAnotherAloneKeepsThePath) {
     const FileDescriptor lock(open((path_ + ".lock").c_str(), O_RDWR | O_CREAT, 0600));
     ASSERT_EQ(0, flock(lock.Get(), LOCK_EX));
@@ -119,16 +179,63 @@ TEST_F(Listening, LockOfAnotherAloneKeepsThePath) {
     EXPECT_EQ(EADDRINUSE, errno);
 }
 
+TEST_F(Listening, LockIsNoLinkToAnotherFile) {
+    const std::string target = directory_.Path("target");
+    ASSERT_EQ(0, symlink(target.c_str(), (path_ + ".lock").c_str()));
+
+    EXPECT_EQ(nullptr, Open());
+
+    EXPECT_EQ(ELOOP, errno);
+    EXPECT_NE(0, access(target.c_str(), F_OK));
+}
+
+TEST_F(Listening, DeadSocketThatCannotBeReplacedIsAnError) {
+    const FileDescriptor dead = BoundSocket(SOCK_STREAM);
+    {
+        const RefusedCall refused("lstat", EACCES);
+        EXPECT_EQ(nullptr, Open());
+        EXPECT_EQ(EADDRINUSE, errno);
+        EXPECT_EQ(0, access(path_.c_str(), F_OK));
+    }
+    {
+        const RefusedCall refused("unlink", EROFS);
+        EXPECT_EQ(nullptr, Open());
+        EXPECT_EQ(EROFS, errno);
+    }
+    const RefusedCall refused("bind", ENOSPC, 1, 1);
+    EXPECT_EQ(nullptr, Open());
+    EXPECT_EQ(ENOSPC, errno);
+
+    EXPECT_NE(nullptr, Open());
+}
+
 TEST_F(Listening, SocketOfAnotherTypeIsSomebodys) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
-    const FileDescriptor other(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(0, bind(other.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    const FileDescriptor other = BoundSocket(SOCK_DGRAM);
 
     EXPECT_EQ(nullptr, Open());
 
     EXPECT_EQ(EADDRINUSE, errno);
+}
+
+TEST_F(Listening, CloseLeavesWhatTookThePlaceOfItsSocket) {
+    const auto listener = Open();
+    ASSERT_EQ(0, unlink(path_.c_str()));
+    (void)directory_.Write("here.sock", "somebody's notes");
+
+    listener->Close();
+
+    EXPECT_EQ("somebody's notes", directory_.Read("here.sock"));
+}
+
+TEST_F(Listening, CloseLeavesASocketThatItNeverSaw) {
+    RefusedCall refused("lstat", EACCES);
+    const auto listener = Open();
+    ASSERT_NE(nullptr, listener);
+    EXPECT_EQ(1, RefusedCall::Count());
+
+    listener->Close();
+
+    EXPECT_EQ(0, access(path_.c_str(), F_OK));
 }
 
 TEST_F(Listening, CloseLeavesTheErrorAlone) {

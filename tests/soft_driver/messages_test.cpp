@@ -219,6 +219,38 @@ TEST_F(Messages, SendThatDoesNotWaitGives36OnAFullLinkAndTheSessionLives) {
     EXPECT_EQ((Received{0, "room again"}), ReceiveText(card_));
 }
 
+TEST_F(Messages, SendThatDoesNotWaitDoesNotWaitForAnotherSender) {
+    Open();
+    Worker sender([this] { (void)SendUntilFailure(host_); });
+    sender.WaitUntilBlocked();
+
+    EXPECT_EQ(36, SendText(host_, "not now", HDC_FLAG_NO_WAIT));
+
+    EXPECT_EQ(EAGAIN, errno);
+    EXPECT_EQ(0, drvHdcSessionClose(host_));
+}
+
+TEST_F(Messages, MistakesOfASendThatDoesNotWaitLeaveTheSession) {
+    Open();
+
+    EXPECT_EQ(-1, SendText(host_, std::string(SEGMENT + 1, 'x'), HDC_FLAG_NO_WAIT));
+    EXPECT_EQ(EMSGSIZE, errno);
+    EXPECT_EQ(-1, halHdcSend(host_, nullptr, HDC_FLAG_NO_WAIT, 0));
+    EXPECT_EQ(EINVAL, errno);
+
+    EXPECT_EQ(0, SendText(host_, "unharmed"));
+    EXPECT_EQ((Received{0, "unharmed"}), ReceiveText(card_));
+}
+
+TEST_F(Messages, MessageThatIsGoneCannotBeSentAndEndsTheSession) {
+    Open();
+
+    EXPECT_EQ(-1, halHdcSend(host_, nullptr, HDC_FLAG_WAIT, 0));
+
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(25, ReceiveText(card_).result);
+}
+
 TEST_F(Messages, OfTwoSendersDoNotMix) {
     Open();
     const auto many = [this](char letter) {
@@ -276,127 +308,6 @@ TEST_F(Messages, DrainedSessionOfADeadPeerGivesItsDescriptorBack) {
     EXPECT_EQ(before - 1, OpenDescriptors());
     EXPECT_EQ(-1, SendText(card_, "nobody"));
     EXPECT_EQ(0, drvHdcSessionClose(card_));
-}
-
-TEST_F(Messages, ReceivedMessageOutlivesItsSession) {
-    Open();
-    HDC_MSG message = nullptr;
-    int32_t count = 0;
-    ASSERT_EQ(0, drvHdcAllocMsg(card_, &message, 1));
-    ASSERT_EQ(0, SendText(host_, "kept"));
-    ASSERT_EQ(0, halHdcRecv(card_, message, 0, HDC_FLAG_WAIT, &count, 0));
-
-    ASSERT_EQ(0, drvHdcSessionClose(card_));
-
-    char* data = nullptr;
-    int32_t bytes = 0;
-    ASSERT_EQ(0, drvHdcGetMsgBuffer(message, 0, &data, &bytes));
-    EXPECT_EQ("kept", std::string(data, static_cast<size_t>(bytes)));
-    EXPECT_EQ(0, drvHdcReuseMsg(message));
-    EXPECT_EQ(0, drvHdcFreeMsg(message));
-}
-
-TEST_F(Messages, ReuseEmptiesAMessageForTheNextBuffer) {
-    Open();
-    HDC_MSG message = nullptr;
-    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
-    char buffer[] = "12345678";
-
-    EXPECT_EQ(0, drvHdcAddMsgBuffer(message, buffer, 3));
-    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, buffer, 3));
-    EXPECT_EQ(0, halHdcSend(host_, message, HDC_FLAG_WAIT, 0));
-    buffer[0] = 'x';
-    EXPECT_EQ(0, drvHdcReuseMsg(message));
-    char* data = nullptr;
-    int32_t bytes = 0;
-    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, &data, &bytes));
-    EXPECT_EQ(0, drvHdcAddMsgBuffer(message, buffer, 2));
-    EXPECT_EQ(0, halHdcSend(host_, message, HDC_FLAG_WAIT, 0));
-
-    EXPECT_EQ((Received{0, "123"}), ReceiveText(card_));
-    EXPECT_EQ((Received{0, "x2"}), ReceiveText(card_));
-    EXPECT_EQ(0, drvHdcFreeMsg(message));
-}
-
-TEST_F(Messages, BadArgumentsAreRefused) {
-    Open();
-    HDC_MSG message = nullptr;
-    char byte = 'b';
-    char* data = nullptr;
-    int32_t count = 0;
-
-    EXPECT_EQ(-1, drvHdcAllocMsg(host_, nullptr, 1));
-    EXPECT_EQ(EINVAL, errno);
-    EXPECT_EQ(-1, drvHdcAllocMsg(host_, &message, 2));
-    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
-    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, nullptr, 1));
-    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, &byte, 0));
-    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, nullptr, &count));
-    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 1, &data, &count));
-    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, 2, &count, 0));
-    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, HDC_FLAG_WAIT, nullptr, 0));
-    EXPECT_EQ(-1, halHdcSend(host_, message, 2, 0));
-    EXPECT_EQ(0, SendText(host_, "unharmed"));
-}
-
-TEST_F(Messages, StaleHandlesGiveAnErrorFromEveryFunction) {
-    Open();
-    HDC_MSG message = nullptr;
-    int32_t number = 0;
-    char* data = nullptr;
-    char byte = 'b';
-    ASSERT_EQ(0, drvHdcAllocMsg(host_, &message, 1));
-    ASSERT_EQ(0, drvHdcFreeMsg(message));
-    EXPECT_EQ(-1, drvHdcFreeMsg(message));
-    EXPECT_EQ(EBADF, errno);
-    EXPECT_EQ(-1, drvHdcReuseMsg(message));
-    EXPECT_EQ(-1, drvHdcGetMsgBuffer(message, 0, &data, &number));
-    EXPECT_EQ(-1, drvHdcAddMsgBuffer(message, &byte, 1));
-    EXPECT_EQ(-1, halHdcRecv(host_, message, 0, 0, &number, 0));
-
-    ASSERT_EQ(0, drvHdcSessionClose(host_));
-    EXPECT_EQ(-1, drvHdcSessionClose(host_));
-    EXPECT_EQ(EBADF, errno);
-    EXPECT_EQ(-1, drvHdcSetSessionReference(host_));
-    EXPECT_EQ(-1, drvHdcAllocMsg(host_, &message, 1));
-    EXPECT_EQ(-1, halHdcSend(host_, message, 0, 0));
-    EXPECT_EQ(-1, halHdcGetSessionAttr(host_, 0, &number));
-}
-
-TEST_F(Messages, StaleClientsAndServersGiveAnError) {
-    Open();
-    HDC_SESSION session = nullptr;
-    ASSERT_EQ(0, drvHdcClientDestroy(client_));
-    ASSERT_EQ(0, drvHdcServerDestroy(server_));
-
-    EXPECT_EQ(-1, drvHdcClientDestroy(client_));
-    EXPECT_EQ(EBADF, errno);
-    EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client_, &session));
-    EXPECT_EQ(-1, drvHdcServerDestroy(server_));
-    EXPECT_EQ(-1, drvHdcSessionAccept(server_, &session));
-    EXPECT_EQ(EBADF, errno);
-}
-
-TEST_F(Messages, HandlesOfOneKindMeanNothingToAnother) {
-    Open();
-
-    EXPECT_EQ(-1, drvHdcSessionClose(server_));
-    EXPECT_EQ(-1, drvHdcFreeMsg(host_));
-    EXPECT_EQ(-1, drvHdcServerDestroy(client_));
-
-    EXPECT_EQ(0, SendText(host_, "untouched"));
-    EXPECT_EQ((Received{0, "untouched"}), ReceiveText(card_));
-}
-
-TEST_F(Messages, HandlesAreNeverReused) {
-    Open();
-    HDC_SESSION old = host_;
-    ASSERT_EQ(0, drvHdcSessionClose(host_));
-    ASSERT_EQ(0, drvHdcSessionConnect(0, 0, client_, &host_));
-
-    EXPECT_LT(old, host_);
-    EXPECT_EQ(-1, drvHdcSessionClose(old));
-    EXPECT_EQ(0, SendText(host_, "alive"));
 }
 
 void* SendAndReceive(void* argument) {

@@ -1,35 +1,33 @@
 // What the driver makes of refusals of the kernel.
 #include <sys/uio.h>
 
-#include "channel_bench.h"
+#include "driver_bench.h"
 #include "refused_calls.h"
-#include "soft_driver/channel.h"
-#include "soft_driver/channel_table.h"
 #include "soft_driver/exports.h"
+#include "soft_driver/hdc_message.h"
+#include "soft_driver/hdc_session.h"
 #include "soft_driver/link_socket.h"
 #include "soft_driver/listening_socket.h"
 #include "soft_driver/peer_check.h"
 #include "soft_driver/settings.h"
-#include "support/failing_new.h"
+#include "support/failing_malloc.h"
 
 namespace tiv::test {
 namespace {
 
-using soft_driver::Channel;
-using soft_driver::ChannelSettings;
-using soft_driver::ChannelTable;
+using soft_driver::ClientSlot;
 using soft_driver::ConnectTo;
-using soft_driver::DeviceSettings;
 using soft_driver::FileDescriptor;
 using soft_driver::Guarded;
+using soft_driver::HdcMessage;
+using soft_driver::HdcSession;
 using soft_driver::LinkSocket;
 using soft_driver::ListeningSocket;
 using soft_driver::PeerIdentity;
 using soft_driver::PeerIsAllowed;
-using soft_driver::ReadySet;
 using soft_driver::SendOutcome;
+using soft_driver::SessionAttributes;
 using soft_driver::Settings;
-using soft_driver::SourceKind;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
@@ -58,8 +56,14 @@ class Link : public ::testing::Test {
         return link_->Send(&part, 1, wait, 5000);
     }
     void Fill() const {
-        const std::string filling(100000, 'x');
+        const std::string filling(PIECE, 'x');
         while (send(ends_[0], filling.data(), filling.size(), MSG_DONTWAIT) > 0) {
+        }
+    }
+    // The far end reads so many pieces of the filling, at most all.
+    void Take(size_t pieces) const {
+        std::string piece(PIECE, '\0');
+        while (pieces-- > 0 && recv(ends_[1], piece.data(), piece.size(), MSG_DONTWAIT) > 0) {
         }
     }
     std::string Arrived() const {
@@ -68,6 +72,7 @@ class Link : public ::testing::Test {
         return bytes.substr(0, count < 0 ? 0 : static_cast<size_t>(count));
     }
 
+    static constexpr size_t PIECE = 4096;
     int ends_[2] = {-1, -1};
     std::unique_ptr<LinkSocket> link_;
     std::string text_ = "over the link";
@@ -115,6 +120,28 @@ TEST_F(Link, WaitForRoomGoesOnAfterASignal) {
     link_->ShutDown();
 }
 
+TEST_F(Link, FarEndThatReadsSlowlyIsNotGivenUp) {
+    Fill();
+    int rounds = 0;
+    const TimeOfPolls time([&] { Take(++rounds < 4 ? 1 : SIZE_MAX); });
+
+    EXPECT_EQ(SendOutcome::SENT, Send());
+
+    EXPECT_EQ((std::vector<int>{5000, 5000, 5000, 5000}), TimeOfPolls::Taken());
+    EXPECT_EQ(text_, Arrived());
+}
+
+TEST_F(Link, FarEndThatStopsReadingIsGivenUpAfterTheLimit) {
+    Fill();
+    int rounds = 0;
+    const TimeOfPolls time([&] { Take(++rounds < 3 ? 1 : 0); });
+
+    EXPECT_EQ(SendOutcome::FAILED, Send());
+
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_EQ((std::vector<int>{5000, 5000, 5000}), TimeOfPolls::Taken());
+}
+
 TEST_F(Link, ReceivesOnAfterASignal) {
     ASSERT_EQ(5, send(ends_[1], "bytes", 5, 0));
     char bytes[8] = {};
@@ -125,6 +152,15 @@ TEST_F(Link, ReceivesOnAfterASignal) {
 
     EXPECT_STREQ("bytes", bytes);
     EXPECT_EQ(1, RefusedCall::Count());
+}
+
+TEST_F(Link, EndIsNoInterruptionWhateverErrnoWasBefore) {
+    ASSERT_EQ(0, shutdown(ends_[1], SHUT_WR));
+    char byte = 0;
+    iovec part{&byte, 1};
+    errno = EINTR;
+
+    EXPECT_EQ(0, link_->Receive(&part, 1, true));
 }
 
 TEST_F(Link, BuffersOfTheSystemsLimitGoWhereLargerOnesAreRefused) {
@@ -140,6 +176,29 @@ TEST_F(Link, BuffersOfTheSystemsLimitGoWhereLargerOnesAreRefused) {
     EXPECT_EQ(0, getsockopt(ends_[0], SOL_SOCKET, SO_SNDBUF, &bytes, &length));
     EXPECT_EQ(2 * 8192, bytes);  // the kernel doubles what it is asked for
     EXPECT_EQ(1, RefusedCall::Count());
+}
+
+TEST(Receiving, MessageWithoutMemoryIsThereForTheNextReceive) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+    HdcSession session(FileDescriptor(ends[0]), SessionAttributes{}, 1024, 30, ClientSlot());
+    HdcMessage message(session.Shelf());
+    const std::string text(500, 'm');
+    RawSend(ends[1], Frame(text));
+    char* data = nullptr;
+    int32_t bytes = 0;
+    {
+        const FailingMalloc failing(500);
+        EXPECT_EQ(-1, session.Receive(message, true));
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_FALSE(message.Get(&data, &bytes));
+
+    EXPECT_EQ(0, session.Receive(message, true));
+
+    ASSERT_TRUE(message.Get(&data, &bytes));
+    EXPECT_EQ(text, std::string(data, static_cast<size_t>(bytes)));
+    close(ends[1]);
 }
 
 TEST(Connecting, PathThatIsTooLongIsToldAndRefused) {
@@ -166,7 +225,11 @@ TEST(Connecting, SignalDoesNotEndTheTry) {
     const auto listener = ListeningSocket::Open(directory.Path("."), directory.Path("s"));
     const RefusedCall refused("connect", EINTR);
 
-    EXPECT_TRUE(ConnectTo(directory.Path("s"), Settings()).IsOpen());
+    Settings settings;
+    settings.stallLimitMs = 1250;
+    EXPECT_TRUE(ConnectTo(directory.Path("s"), settings).IsOpen());
+
+    EXPECT_EQ((std::vector<int64_t>{1250000, 0}), SendTimeouts());
 
     EXPECT_EQ(1, RefusedCall::Count());
 }
@@ -202,134 +265,36 @@ TEST(PeerGroups, GroupOfAllThatHaveNoMappingAdmitsNobody) {
     EXPECT_FALSE(PeerIsAllowed(-1, {1, 4242, 65534}, 65534));
 }
 
+TEST(PeerGroups, FirstGroupOfThePeerCountsToo) {
+    const GroupsOfPeers peers({});
+
+    EXPECT_TRUE(PeerIsAllowed(-1, SOMEBODY, SOMEBODY.gid));
+    EXPECT_FALSE(PeerIsAllowed(-1, SOMEBODY, SOMEBODY.gid + 1));
+}
+
+TEST(PeerGroups, RootAndTheSameUserNeedNoGroup) {
+    const GroupsOfPeers peers({});
+    const uid_t before = geteuid();
+    if (before == 0 && seteuid(SOMEBODY.uid) != 0) {
+        GTEST_SKIP() << "this namespace has one user only";
+    }
+
+    EXPECT_TRUE(PeerIsAllowed(-1, {1, 0, 4243}, 99));
+    EXPECT_TRUE(PeerIsAllowed(-1, {1, geteuid(), 4243}, 99));
+    EXPECT_FALSE(PeerIsAllowed(-1, {1, geteuid() + 1, 4243}, 99));
+
+    EXPECT_EQ(0, seteuid(before));
+}
+
 TEST(PeerGroups, NamespaceThatCannotBeReadIsAContainer) {
     EXPECT_EQ(0, soft_driver::VirtualFunctionOf(getpid()));
+    EXPECT_EQ(1, soft_driver::VirtualFunctionOf(0));
     {
         const RefusedCall refused("readlink", EACCES);
         EXPECT_EQ(1, soft_driver::VirtualFunctionOf(getpid()));
     }
     const RefusedCall refused("readlink", EACCES, 2);
     EXPECT_EQ(1, soft_driver::VirtualFunctionOf(getpid()));
-}
-
-class Running : public ::testing::Test {
- protected:
-    static ChannelSettings Replay(const std::string& file) {
-        ChannelSettings settings;
-        settings.id = 8;
-        settings.name = "replay";
-        settings.source.kind = SourceKind::REPLAY;
-        settings.source.file = file;
-        return settings;
-    }
-    static DeviceSettings DeviceWith(const ChannelSettings& channel) {
-        DeviceSettings device;
-        device.channels = std::vector<ChannelSettings>{channel};
-        return device;
-    }
-    // Waits until the channel has given so many bytes.
-    std::string Take(Channel& channel, size_t bytes) {
-        std::string all;
-        char buffer[256];
-        ProfPollPair pair{};
-        while (all.size() < bytes && ready_.Poll(&pair, 1, std::chrono::seconds(5)) > 0) {
-            const int32_t count = channel.Read(buffer, sizeof(buffer));
-            all.append(buffer, static_cast<size_t>(std::max(count, 0)));
-        }
-        return all;
-    }
-
-    TempDir directory_;
-    ReadySet ready_;
-};
-
-TEST_F(Running, ChannelThatWasStoppedEarlyNeverBegins) {
-    Channel channel(0, Replay(directory_.Write("data", "bytes")), ready_);
-    ASSERT_TRUE(channel.Prepare({}));
-    channel.Open();
-    CaptureStderr();
-
-    channel.Stop();
-    channel.Begin();
-    channel.Stop();
-
-    char byte = 0;
-    uint32_t bytes = 0;
-    EXPECT_EQ(PROF_STOPPED_ALREADY, channel.Read(&byte, 1));
-    EXPECT_EQ(PROF_STOPPED_ALREADY, channel.Flush(&bytes));
-    EXPECT_EQ(
-        "tiv_driver: info: channel stopped: device=0 channel=8 source=replay header=72 "
-        "delivered=0 lost=0 dropped=0\n",
-        GetCapturedStderr());
-}
-
-TEST_F(Running, SignalDoesNotEndAReplay) {
-    Channel channel(0, Replay(directory_.Write("data", "bytes")), ready_);
-    ASSERT_TRUE(channel.Prepare({}));
-    const RefusedCall refused("read", EINTR);
-    channel.Open();
-    channel.Begin();
-
-    EXPECT_EQ("bytes", Take(channel, 77).substr(72));
-
-    EXPECT_EQ(1, RefusedCall::Count());
-}
-
-TEST_F(Running, FileThatCannotBeReadEndsTheReplayWithAWarning) {
-    const std::string file = directory_.Write("data", "bytes");
-    Channel channel(0, Replay(file), ready_);
-    ASSERT_TRUE(channel.Prepare({}));
-    const RefusedCall refused("read", EIO);
-    CaptureStderr();
-    channel.Open();
-    channel.Begin();
-
-    EXPECT_TRUE(RefusedCall::WaitForOne());
-    channel.Stop();
-
-    EXPECT_EQ(0u, GetCapturedStderr().find("tiv_driver: warning: replay ended: file=" + file +
-                                           ": Input/output error\n"));
-}
-
-TEST_F(Running, PacedReplayGoesOnBehindItsFirstPortion) {
-    const std::string content(3000, 'x');
-    ChannelSettings settings = Replay(directory_.Write("data", content));
-    settings.source.bytesPerSecond = 100000;
-    Channel channel(0, settings, ready_);
-    ASSERT_TRUE(channel.Prepare({}));
-    channel.Open();
-    channel.Begin();
-
-    EXPECT_EQ(content, Take(channel, 3072).substr(72));
-}
-
-TEST_F(Running, StartThatRunsOutOfMemoryLeavesTheChannelFree) {
-    ChannelTable& table = ChannelTable::Instance();
-    const DeviceSettings device = DeviceWith(Replay(directory_.Write("data", "bytes")));
-    bool started = false;
-    size_t failures = 0;
-    for (size_t skip = 0; !started && skip < 200; ++skip) {
-        FailingNew failing(skip);
-        try {
-            started = table.Start(device, 8, {}) == 0;
-        } catch (const std::bad_alloc&) {
-            EXPECT_EQ(nullptr, table.Find(0, 8)) << skip;
-        }
-        failures += failing.Failed();
-    }
-
-    EXPECT_TRUE(started);
-    EXPECT_LT(0u, failures);
-    EXPECT_EQ(0, table.Stop(0, 8));
-}
-
-TEST_F(Running, RingThatDoesNotFitInMemoryStartsNothing) {
-    const DeviceSettings device = DeviceWith(Replay(directory_.Write("data", "bytes")));
-    const RefusedCall refused("mmap", ENOMEM);
-
-    EXPECT_THROW((void)ChannelTable::Instance().Start(device, 8, {}), std::bad_alloc);
-
-    EXPECT_EQ(nullptr, ChannelTable::Instance().Find(0, 8));
 }
 
 }  // namespace

@@ -3,14 +3,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -18,32 +21,23 @@
 
 namespace {
 
+using tiv::test::Refuses;
+
 std::mutex mutex;
-std::string refused;
-int error = 0;
-int toPass = 0;
-int toRefuse = 0;
-int refusals = 0;
 std::vector<uint32_t> groups;
 bool groupsAreGiven = false;
 int counterPipe[2] = {-1, -1};
 std::vector<int> pauses;
+std::vector<int64_t> sendTimeouts;
+std::function<void()> meanwhile;
+std::vector<int> taken;
+std::chrono::steady_clock::time_point clockOfPolls;
 
 [[maybe_unused]] const bool fresh = tiv::test::BeforeEveryTest([] {
     const std::lock_guard<std::mutex> lock(mutex);
     pauses.clear();
+    sendTimeouts.clear();
 });
-
-bool Refuses(const char* function) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (refused != function || toRefuse == 0 || toPass-- > 0) {
-        return false;
-    }
-    --toRefuse;
-    ++refusals;
-    errno = error;
-    return true;
-}
 
 int GiveGroups(void* value, socklen_t* bytes) {
     const auto needed = static_cast<socklen_t>(groups.size() * sizeof(uint32_t));
@@ -53,40 +47,24 @@ int GiveGroups(void* value, socklen_t* bytes) {
         errno = ERANGE;
         return -1;
     }
-    memcpy(value, groups.data(), needed);
+    std::copy(groups.begin(), groups.end(), static_cast<uint32_t*>(value));
     return 0;
+}
+
+int PollByTheClock(pollfd* entries, nfds_t count, int milliseconds) {
+    const int ready = poll(entries, count, 0);
+    if (ready != 0) {
+        return ready;
+    }
+    taken.push_back(milliseconds);
+    meanwhile();
+    clockOfPolls += std::chrono::milliseconds(std::max(milliseconds, 0));
+    return poll(entries, count, 0);
 }
 
 }  // namespace
 
 namespace tiv::test {
-
-RefusedCall::RefusedCall(const char* function, int withError, int count, int skip) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    refused = function;
-    error = withError;
-    toRefuse = count;
-    toPass = skip;
-    refusals = 0;
-}
-
-RefusedCall::~RefusedCall() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    refused.clear();
-}
-
-int RefusedCall::Count() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    return refusals;
-}
-
-bool RefusedCall::WaitForOne() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (Count() == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    return Count() > 0;
-}
 
 GroupsOfPeers::GroupsOfPeers(std::vector<uint32_t> given) {
     groups = std::move(given);
@@ -112,40 +90,73 @@ void CountingMachine::Give(uint64_t count, uint64_t enabledNs, uint64_t runningN
     (void)!write(counterPipe[1], values, sizeof(values));
 }
 
+bool CountingMachine::AllRead() {
+    int bytes = -1;
+    (void)ioctl(counterPipe[0], FIONREAD, &bytes);
+    return bytes == 0;
+}
+
+TimeOfPolls::TimeOfPolls(std::function<void()> given) {
+    clockOfPolls = std::chrono::steady_clock::now();
+    taken.clear();
+    meanwhile = std::move(given);
+}
+
+TimeOfPolls::~TimeOfPolls() { meanwhile = nullptr; }
+
+std::vector<int> TimeOfPolls::Taken() { return taken; }
+
 std::vector<int> Pauses() {
     const std::lock_guard<std::mutex> lock(mutex);
     return pauses;
 }
 
-}  // namespace tiv::test
+std::vector<int64_t> SendTimeouts() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return sendTimeouts;
+}
 
-#define REFUSABLE(function, result, failure, parameters, arguments)          \
-    result __real_##function parameters;                                     \
-    result __wrap_##function parameters;                                     \
-    result __wrap_##function parameters {                                    \
-        return Refuses(#function) ? (failure) : __real_##function arguments; \
-    }
+}  // namespace tiv::test
 
 extern "C" {
 
-REFUSABLE(accept4, int, -1, (int fd, sockaddr* peer, socklen_t* bytes, int flags),
-          (fd, peer, bytes, flags))
-REFUSABLE(bind, int, -1, (int fd, const sockaddr* address, socklen_t bytes), (fd, address, bytes))
-REFUSABLE(chmod, int, -1, (const char* path, mode_t mode), (path, mode))
-REFUSABLE(connect, int, -1, (int fd, const sockaddr* address, socklen_t bytes),
-          (fd, address, bytes))
-REFUSABLE(lchown, int, -1, (const char* path, uid_t user, gid_t group), (path, user, group))
-REFUSABLE(mmap, void*, MAP_FAILED,
-          (void* at, size_t bytes, int protection, int flags, int fd, off_t offset),
-          (at, bytes, protection, flags, fd, offset))
-REFUSABLE(read, ssize_t, -1, (int fd, void* bytes, size_t count), (fd, bytes, count))
-REFUSABLE(readlink, ssize_t, -1, (const char* path, char* target, size_t bytes),
-          (path, target, bytes))
-REFUSABLE(recvmsg, ssize_t, -1, (int fd, msghdr* message, int flags), (fd, message, flags))
-REFUSABLE(sendmsg, ssize_t, -1, (int fd, const msghdr* message, int flags), (fd, message, flags))
-REFUSABLE(setsockopt, int, -1, (int fd, int level, int name, const void* value, socklen_t bytes),
-          (fd, level, name, value, bytes))
-REFUSABLE(socket, int, -1, (int domain, int type, int protocol), (domain, type, protocol))
+TIV_REFUSABLE(accept4, int, -1, (int fd, sockaddr* peer, socklen_t* bytes, int flags),
+              (fd, peer, bytes, flags))
+TIV_REFUSABLE(bind, int, -1, (int fd, const sockaddr* address, socklen_t bytes),
+              (fd, address, bytes))
+TIV_REFUSABLE(chmod, int, -1, (const char* path, mode_t mode), (path, mode))
+TIV_REFUSABLE(connect, int, -1, (int fd, const sockaddr* address, socklen_t bytes),
+              (fd, address, bytes))
+TIV_REFUSABLE(flock, int, -1, (int fd, int operation), (fd, operation))
+TIV_REFUSABLE(lchown, int, -1, (const char* path, uid_t user, gid_t group), (path, user, group))
+TIV_REFUSABLE(listen, int, -1, (int fd, int backlog), (fd, backlog))
+TIV_REFUSABLE(lstat, int, -1, (const char* path, struct stat* status), (path, status))
+TIV_REFUSABLE(mmap, void*, MAP_FAILED,
+              (void* at, size_t bytes, int protection, int flags, int fd, off_t offset),
+              (at, bytes, protection, flags, fd, offset))
+TIV_REFUSABLE(read, ssize_t, -1, (int fd, void* bytes, size_t count), (fd, bytes, count))
+TIV_REFUSABLE(readlink, ssize_t, -1, (const char* path, char* target, size_t bytes),
+              (path, target, bytes))
+TIV_REFUSABLE(recvmsg, ssize_t, -1, (int fd, msghdr* message, int flags), (fd, message, flags))
+TIV_REFUSABLE(sendmsg, ssize_t, -1, (int fd, const msghdr* message, int flags),
+              (fd, message, flags))
+TIV_REFUSABLE(socket, int, -1, (int domain, int type, int protocol), (domain, type, protocol))
+TIV_REFUSABLE(unlink, int, -1, (const char* path), (path))
+
+int __real_setsockopt(int fd, int level, int name, const void* value, socklen_t bytes);
+int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t bytes);
+
+int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t bytes) {
+    if (Refuses("setsockopt")) {
+        return -1;
+    }
+    if (name == SO_SNDTIMEO) {
+        const auto* limit = static_cast<const timeval*>(value);
+        const std::lock_guard<std::mutex> lock(mutex);
+        sendTimeouts.push_back(limit->tv_sec * 1000000 + limit->tv_usec);
+    }
+    return __real_setsockopt(fd, level, name, value, bytes);
+}
 
 int __real_poll(pollfd* entries, nfds_t count, int milliseconds);
 int __wrap_poll(pollfd* entries, nfds_t count, int milliseconds);
@@ -156,7 +167,11 @@ int __wrap_poll(pollfd* entries, nfds_t count, int milliseconds) {
         pauses.push_back(milliseconds);
         return 0;
     }
-    return Refuses("poll") ? -1 : __real_poll(entries, count, milliseconds);
+    if (Refuses("poll")) {
+        return -1;
+    }
+    return meanwhile && milliseconds != 0 ? PollByTheClock(entries, count, milliseconds)
+                                          : __real_poll(entries, count, milliseconds);
 }
 
 int __real_getsockopt(int fd, int level, int name, void* value, socklen_t* bytes);
@@ -182,6 +197,9 @@ long __wrap_syscall(long number, void* attributes, int process, int cpu, int gro
     if (number != SYS_perf_event_open || counterPipe[0] < 0) {
         return __real_syscall(number, attributes, process, cpu, group, flags);
     }
+    if (Refuses("syscall")) {
+        return -1;
+    }
     if (process != -1 || group != -1) {
         errno = EBADF;
         return -1;
@@ -194,3 +212,10 @@ long __wrap_syscall(long number, void* attributes, int process, int cpu, int gro
 }
 
 }  // extern "C"
+
+std::chrono::steady_clock::time_point RealNow() __asm__(
+    "__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point WrappedNow() __asm__(
+    "__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+
+std::chrono::steady_clock::time_point WrappedNow() { return meanwhile ? clockOfPolls : RealNow(); }

@@ -426,5 +426,32 @@ TEST_F(Rendezvous, BadArgumentsAreRefused) {
     EXPECT_EQ(EBADF, errno);
 }
 
+TEST_F(Rendezvous, ServicesBelow0AreRefused) {
+    EXPECT_EQ(-1, drvHdcClientCreate(&client_, 96, -1, 0));
+    EXPECT_EQ(EINVAL, errno);
+    errno = 0;
+    EXPECT_EQ(-1, drvHdcServerCreate(0, -1, &server_));
+    EXPECT_EQ(EINVAL, errno);
+
+    EXPECT_EQ(nullptr, client_);
+    EXPECT_EQ(nullptr, server_);
+}
+
+TEST_F(Rendezvous, WithoutAPlaceForItsHandleNoSessionIsMade) {
+    ASSERT_EQ(0, drvHdcServerCreate(0, SERVICE, &server_));
+    ASSERT_EQ(0, drvHdcClientCreate(&client_, 1, SERVICE, 0));
+
+    EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client_, nullptr));
+    EXPECT_EQ(EINVAL, errno);
+    ASSERT_EQ(0, drvHdcSessionConnect(0, 0, client_, &host_));
+    errno = 0;
+    EXPECT_EQ(-1, drvHdcSessionAccept(server_, nullptr));
+    EXPECT_EQ(EINVAL, errno);
+
+    EXPECT_EQ(0, drvHdcSessionAccept(server_, &card_));
+    EXPECT_EQ(0, SendText(host_, "still waiting"));
+    EXPECT_EQ((Received{0, "still waiting"}), ReceiveText(card_));
+}
+
 }  // namespace
 }  // namespace tiv::test

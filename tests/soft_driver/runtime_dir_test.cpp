@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "platform/driver_api.h"
+#include "support/scoped_limit.h"
 #include "support/temp_dir.h"
 
 namespace tiv::test {
@@ -18,6 +20,8 @@ using soft_driver::RuntimeDirectory;
 using soft_driver::SocketPath;
 
 constexpr uid_t NOBODY = 65534;
+constexpr const char* NONE =
+    "tiv_driver: warning: no runtime directory: set TIV_RUNTIME_DIR or XDG_RUNTIME_DIR\n";
 
 // Neither variable is set at first.
 class RuntimeDir : public ::testing::Test {
@@ -74,8 +78,52 @@ TEST_F(RuntimeDir, WithoutASessionThereIsNoneAndAWarningTellsWhatToSet) {
     EXPECT_EQ("", RuntimeDirectory());
 
     EXPECT_EQ(ENOENT, errno);
-    EXPECT_EQ("tiv_driver: warning: no runtime directory: set TIV_RUNTIME_DIR or XDG_RUNTIME_DIR\n",
-              ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(NONE, ::testing::internal::GetCapturedStderr());
+}
+
+TEST_F(RuntimeDir, WithoutOneThereIsNoServer) {
+    if (!LeaveRoot()) {
+        GTEST_SKIP() << "this namespace has one user only";
+    }
+    HDC_SERVER server = nullptr;
+    ::testing::internal::CaptureStderr();
+
+    EXPECT_EQ(-1, drvHdcServerCreate(0, 4, &server));
+
+    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(NONE, ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(nullptr, server);
+}
+
+TEST_F(RuntimeDir, WithoutOneNoSocketIsSoughtForASession) {
+    if (!LeaveRoot()) {
+        GTEST_SKIP() << "this namespace has one user only";
+    }
+    HDC_CLIENT client = nullptr;
+    HDC_SESSION session = nullptr;
+    ASSERT_EQ(0, drvHdcClientCreate(&client, 1, 4, 0));
+    ::testing::internal::CaptureStderr();
+    // A sanitizer looks at the types of new objects with descriptors of its own.
+    EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client, &session));
+    {
+        const ScopedLimit noDescriptor(RLIMIT_NOFILE, 0);
+        errno = 0;
+        EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client, &session));
+        EXPECT_EQ(ENOENT, errno);
+    }
+
+    EXPECT_EQ(NONE + std::string(NONE), ::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(nullptr, session);
+}
+
+TEST_F(RuntimeDir, LinkToNothingInItsPlaceIsAnError) {
+    const TempDir directory;
+    const std::string link = directory.Path("run");
+    ASSERT_EQ(0, symlink("nothing", link.c_str()));
+
+    EXPECT_FALSE(EnsureRuntimeDirectory(link));
+
+    EXPECT_EQ(EEXIST, errno);
 }
 
 TEST_F(RuntimeDir, FileInItsPlaceIsAnError) {

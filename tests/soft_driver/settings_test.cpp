@@ -194,6 +194,37 @@ TEST(Settings, ListsOfAnotherKindOrLengthAreNamed) {
     EXPECT_EQ(channels, Complaint(R"({"channels": [)" + tooMany + "]}"));
 }
 
+TEST(Settings, ListMayTell4096Devices) {
+    std::string devices = "{}";
+    for (int i = 1; i < 4096; ++i) {
+        devices += ",{}";
+    }
+
+    EXPECT_EQ(4096u, Parsed(R"({"devices": [)" + devices + "]}").devices.size());
+    EXPECT_EQ("$.devices: must be a number from 0 to 4096 or a list of at most 4096 devices",
+              Complaint(R"({"devices": [)" + devices + ",{}]}"));
+}
+
+TEST(Settings, AnswerIsNamedByTwoNumbersAndADot) {
+    for (const std::string name :
+         {"2", "2.", ".3", "2.3x", "2.3.4", "-2.3", "+2.3", " 2.3", "2. 3", "2.1234567890"}) {
+        EXPECT_EQ("$.info." + name + ": must be named <module>.<info>",
+                  Complaint(R"({"info": {")" + name + R"(": 1}})"));
+    }
+    EXPECT_EQ(1, Parsed(R"({"info": {"2.123456789": 1}})").devices[0].info.at({2, 123456789}));
+}
+
+TEST(Settings, AnswerHas64BitsWithASign) {
+    const auto answer = [](const std::string& value) {
+        return R"({"info": {"2.3": )" + value + "}}";
+    };
+
+    EXPECT_EQ(INT64_MAX, Parsed(answer("9223372036854775807")).devices[0].info.at({2, 3}));
+    EXPECT_EQ(INT64_MIN, Parsed(answer("-9223372036854775808")).devices[0].info.at({2, 3}));
+    EXPECT_EQ("$.info.2.3: must be a whole number of 64 bits",
+              Complaint(answer("9223372036854775808")));
+}
+
 std::string EventsComplaint(const std::string& events) {
     return Complaint(R"({"channels": [{"id": 1, "source": "perf", "events": )" + events + "}]}");
 }
@@ -243,6 +274,12 @@ TEST(Settings, SourceMistakesAreNamed) {
               Complaint(R"({"channels": [{"id": 8, "source": "counter", "burst_bytes": 8}]})"));
     EXPECT_EQ("$.channels[0].name: must have at most 31 bytes",
               Complaint(R"({"channels": [{"id": 8, "name": ")" + std::string(32, 'n') + R"("}]})"));
+}
+
+TEST(Settings, OfSeveralMistakesOfACounterItsLimitIsToldFirst) {
+    EXPECT_EQ(0u, Complaint(R"({"channels": [{"id": 8, "source": "counter", "limit_bytes": -1,
+                                              "bytes_per_second": -1}]})")
+                      .find("$.channels[0].limit_bytes: "));
 }
 
 TEST(Settings, BrokenJsonIsToldWithItsPlace) {
@@ -296,17 +333,64 @@ TEST_F(ProcessSettingsTest, UnusableFileFailsEveryCallAndIsToldOnce) {
     EXPECT_EQ(7u, count);
 }
 
-TEST_F(ProcessSettingsTest, MissingFileIsAnErrorToo) {
-    setenv("TIV_DRIVER_CONFIG", directory_.Path("absent.json").c_str(), 1);
+TEST_F(ProcessSettingsTest, UnusableFileNumbersNoDevicesAndConnectsToNone) {
+    Configure("[]");
+    uint32_t id = 7;
+    HDC_CLIENT client = nullptr;
+    HDC_SESSION session = nullptr;
+    ASSERT_EQ(0, drvHdcClientCreate(&client, 1, test::SERVICE, 0));
+
+    EXPECT_EQ(-1, drvGetDevIDs(&id, 1));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(-1, drvGetDeviceLocalIDs(&id, 1));
+    EXPECT_EQ(-1, drvDeviceGetPhyIdByIndex(0, &id));
+    errno = 0;
+    EXPECT_EQ(-1, drvDeviceGetIndexByPhyId(0, &id));
+    EXPECT_EQ(EINVAL, errno);
+    errno = 0;
+    EXPECT_EQ(-1, drvHdcSessionConnect(0, 0, client, &session));
+    EXPECT_EQ(EINVAL, errno);
+
+    EXPECT_EQ(7u, id);
+    EXPECT_EQ(nullptr, session);
+}
+
+// What the driver says when it is told to read this file; "" when it can use it.
+std::string ComplaintOfFile(const std::string& path) {
+    setenv("TIV_DRIVER_CONFIG", path.c_str(), 1);
     ::testing::internal::CaptureStderr();
     uint32_t count = 0;
-
-    EXPECT_EQ(-1, drvGetDevNum(&count));
-
-    EXPECT_EQ("tiv_driver: warning: driver configuration cannot be used: file=" +
-                  directory_.Path("absent.json") + ": No such file or directory\n",
-              ::testing::internal::GetCapturedStderr());
+    const int32_t result = drvGetDevNum(&count);
+    const std::string line = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(line.empty() ? 0 : -1, result);
+    const std::string head = "tiv_driver: warning: driver configuration cannot be used: file=";
+    return line.rfind(head + path + ": ", 0) == 0 ? line.substr(head.size() + path.size() + 2)
+                                                  : line;
 }
+
+TEST_F(ProcessSettingsTest, MissingFileIsAnErrorToo) {
+    EXPECT_EQ("No such file or directory\n", ComplaintOfFile(directory_.Path("absent.json")));
+}
+
+TEST_F(ProcessSettingsTest, FileThatCannotBeReadIsAnErrorToo) {
+    EXPECT_EQ("Is a directory\n", ComplaintOfFile(directory_.MakeDir("driver.json")));
+}
+
+constexpr size_t LARGEST_FILE = 4194304;
+
+TEST_F(ProcessSettingsTest, FileMayHave4MiB) {
+    const std::string text = "{" + std::string(LARGEST_FILE - 2, ' ') + "}";
+
+    EXPECT_EQ("", ComplaintOfFile(directory_.Write("driver.json", text)));
+}
+
+TEST_F(ProcessSettingsTest, FileOfMoreThan4MiBIsAnErrorToo) {
+    const std::string text = "{" + std::string(LARGEST_FILE - 1, ' ') + "}";
+
+    EXPECT_EQ("File too large\n", ComplaintOfFile(directory_.Write("driver.json", text)));
+}
+
+TEST_F(ProcessSettingsTest, EmptyNameIsNoFile) { EXPECT_EQ("", ComplaintOfFile("")); }
 
 }  // namespace
 }  // namespace tiv::soft_driver

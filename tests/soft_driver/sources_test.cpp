@@ -1,4 +1,5 @@
 // What the sources put behind the header.
+#include <fcntl.h>
 #include <linux/perf_event.h>
 #include <time.h>
 
@@ -10,6 +11,7 @@
 #include "soft_driver/perf_events.h"
 #include "soft_driver/perf_source.h"
 #include "soft_driver/ready_set.h"
+#include "soft_driver/replay_source.h"
 
 namespace tiv::test {
 namespace {
@@ -22,7 +24,9 @@ using soft_driver::Pacer;
 using soft_driver::PerfEventWorks;
 using soft_driver::PerfSource;
 using soft_driver::ReadySet;
+using soft_driver::ReplaySource;
 using soft_driver::SourceKind;
+using soft_driver::SourceSettings;
 using soft_driver::StartRecord;
 using std::chrono::milliseconds;
 
@@ -256,33 +260,6 @@ TEST_F(Sources, PerfEventThatTheMachineLacksIsNamedWithWhatToChange) {
     EXPECT_NE(std::string::npos, line.find("TIV_DRIVER_CONFIG")) << line;
 }
 
-// Standard error as a pipe: a line can be waited for.
-class StderrPipe {
- public:
-    StderrPipe() : before_(dup(STDERR_FILENO)) {
-        EXPECT_EQ(0, pipe(ends_));
-        dup2(ends_[1], STDERR_FILENO);
-    }
-    ~StderrPipe() {
-        dup2(before_, STDERR_FILENO);
-        close(before_);
-        close(ends_[0]);
-        close(ends_[1]);
-    }
-    std::string NextLine() const {
-        std::string line;
-        char byte = 0;
-        while (byte != '\n' && read(ends_[0], &byte, 1) == 1) {
-            line += byte;
-        }
-        return line;
-    }
-
- private:
-    const int before_;
-    int ends_[2] = {-1, -1};
-};
-
 // Takes what a ring holds.
 std::string Drain(ReadySet& ready, const ReadySet::EntryPtr& entry, ChannelRing& ring) {
     uint64_t bytes = 0;
@@ -291,6 +268,43 @@ std::string Drain(ReadySet& ready, const ReadySet::EntryPtr& entry, ChannelRing&
     ring.Read(out.data(), bytes);
     ready.Take(entry, bytes);
     return out;
+}
+
+// What a looped replay delivers before it ends by itself.
+std::string Delivered(ReplaySource& source) {
+    ReadySet ready;
+    const ReadySet::EntryPtr entry = ready.Open({0, 8}, 0);
+    ChannelRing ring(1024);
+    ChannelWriter writer(ring, ready, entry);
+    source.Run(writer);
+    return Drain(ready, entry, ring);
+}
+
+SourceSettings LoopOf(const std::string& file) {
+    SourceSettings settings;
+    settings.kind = SourceKind::REPLAY;
+    settings.file = file;
+    settings.loop = true;
+    return settings;
+}
+
+TEST_F(Sources, LoopedFileWithoutAByteEndsItsReplay) {
+    ReplaySource source(LoopOf(directory_.Write("data", "")));
+    ASSERT_TRUE(source.Prepare({}));
+
+    EXPECT_EQ("", Delivered(source));
+}
+
+TEST_F(Sources, LoopedPipeEndsItsReplayWithItsWriters) {
+    const std::string pipe = directory_.Path("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    const int writer = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(5, write(writer, "bytes", 5));
+    ReplaySource source(LoopOf(pipe));
+    ASSERT_TRUE(source.Prepare({}));
+    ASSERT_EQ(0, close(writer));
+
+    EXPECT_EQ("bytes", Delivered(source));
 }
 
 TEST_F(Sources, ClosedChannelIsLetGoWhileOthersAreOpen) {
@@ -308,6 +322,19 @@ TEST_F(Sources, ClosedChannelIsLetGoWhileOthersAreOpen) {
     ProfPollPair pairs[2] = {};
     ASSERT_EQ(1, ready.Poll(pairs, 2, std::chrono::seconds(50)));
     EXPECT_EQ(1u, pairs[0].devId);
+}
+
+TEST_F(Sources, BytesBehindTheCloseReportNoChannel) {
+    ReadySet ready;
+    const ReadySet::EntryPtr closed = ready.Open({0, 8}, 0);
+    const ReadySet::EntryPtr other = ready.Open({1, 8}, 0);
+    ready.Close(closed);
+
+    ready.Add(closed, 5);
+
+    ProfPollPair pair{};
+    EXPECT_EQ(0, ready.Poll(&pair, 1, std::chrono::seconds(0)));
+    EXPECT_EQ(5u, ready.Used(closed));
 }
 
 TEST_F(Sources, FullRingOfPerfIsToldInARecordAndInTheLog) {
