@@ -151,7 +151,7 @@ std::string ChildCommand::StatusText() const {
     if (endSignal_.has_value()) {
         return fmt::format("ended by signal {} ({})", *endSignal_, strsignal(*endSignal_));
     }
-    return "still running";
+    return "its end is not known";
 }
 
 }  // namespace tiv::host

@@ -34,7 +34,8 @@ class ChildCommand {
     // How it ended; no value while it runs or for a command that a signal ended.
     [[nodiscard]] std::optional<int> ExitStatus() const { return exitStatus_; }
     [[nodiscard]] std::optional<int> EndSignal() const { return endSignal_; }
-    // "exit status 3", "ended by signal 9 (Killed)" or "still running".
+    // "exit status 3" or "ended by signal 9 (Killed)"; "its end is not known" while it runs, and
+    // when somebody else in this process has waited for it.
     [[nodiscard]] std::string StatusText() const;
 
  private:

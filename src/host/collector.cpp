@@ -58,7 +58,7 @@ void Collector::Report(const std::string& message) {
 
 bool Collector::MakeResult() {
     const std::string pid = fmt::format("{:0>{}}", getpid(), PID_TEXT_WIDTH);
-    const std::string path = options_.output + "/" + Utils::CreateResultPath(0, pid);
+    std::string path = options_.output + "/" + Utils::CreateResultPath(0, pid);
     std::error_code error;
     std::filesystem::create_directories(options_.output, error);
     if (!error && !std::filesystem::create_directory(path, error) && !error) {
@@ -69,8 +69,8 @@ bool Collector::MakeResult() {
                            error.message()));
         return false;
     }
-    directory_ = path;
-    return MakeDirectories(path) && SaveManifest();
+    directory_ = std::move(path);
+    return MakeDirectories(directory_) && SaveManifest();
 }
 
 bool Collector::MakeDirectories(const std::string& path) {
@@ -352,12 +352,17 @@ int Collector::Finish(bool drained) {
 }
 
 int Collector::Run() {
-    if (!MakeResult()) {
-        RemoveResult();
-        return EXIT_LOCAL_ERROR;
-    }
-    if (!StartAll()) {
-        return LeaveWithoutResult();
+    try {
+        if (!MakeResult()) {
+            RemoveResult();
+            return EXIT_LOCAL_ERROR;
+        }
+        if (!StartAll()) {
+            return LeaveWithoutResult();
+        }
+    } catch (...) {
+        (void)LeaveWithoutResult();  // no thread, no memory: whoever called tells of it
+        throw;
     }
     const bool replayed = RunReplays();
     const std::vector<DeviceRun*> stopped = StopAll();

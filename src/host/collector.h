@@ -25,7 +25,8 @@ class Collector {
     // command.log in the result. Without one a progress line is shown, unless `quiet`.
     Collector(JobPlan plan, CollectOptions options, bool quiet, CollectionView* view = nullptr);
 
-    // Returns the exit code. Messages for people go to standard error.
+    // Returns the exit code. Messages for people go to standard error. Throws when threads or
+    // memory run out; no result is left behind then if the collection has not begun.
     int Run();
 
     // The result directory; empty when there is none, because the collection never began.

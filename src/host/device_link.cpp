@@ -71,6 +71,7 @@ bool DeviceLink::AddClient() {
 
 std::shared_ptr<KbxTransport> DeviceLink::TryConnect(int deviceId) {
     MutexLock lock(mutex_);
+    errno = 0;
     if (clients_.empty() && !AddClient()) {
         return nullptr;
     }

@@ -76,6 +76,7 @@ std::optional<std::vector<int>> KnownDevices(std::string& error) {
 }
 
 DeviceEntry DescribeDevice(int deviceId) {
+    HearTheDriver();
     const QuietLibraries quiet;
     DeviceEntry device;
     device.id = deviceId;
@@ -138,19 +139,9 @@ void Probe(DeviceLink& link, DeviceEntry& device) {
 }
 
 const char* StateName(DeviceEntry::State state) {
-    switch (state) {
-        case DeviceEntry::State::UNREACHABLE:
-            return "unreachable";
-        case DeviceEntry::State::REACHABLE:
-            return "reachable";
-        case DeviceEntry::State::FREE:
-            return "free";
-        case DeviceEntry::State::BUSY:
-            return "busy";
-        case DeviceEntry::State::SILENT:
-            return "silent";
-    }
-    return "";
+    // In the order of the states.
+    static constexpr const char* NAMES[] = {"unreachable", "reachable", "free", "busy", "silent"};
+    return NAMES[static_cast<size_t>(state)];
 }
 
 }  // namespace tiv::host

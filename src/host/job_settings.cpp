@@ -112,6 +112,9 @@ std::vector<Refusal> ApplySettings(const std::vector<std::pair<std::string, std:
     if (!refusals.empty()) {
         return refusals;
     }
+    if (!record["ai_core_metrics"].get<std::string>().empty()) {
+        HearTheDriver();  // which chip this is decides
+    }
     const QuietLibraries quiet;
     (void)params.FromString(record.dump(-1, ' ', false, json::error_handler_t::replace));
     for (const auto& [name, value] : settings) {

@@ -71,8 +71,7 @@ ordered_json CommandOf(const CollectionRecord& record) {
 
 // Whether the devices' raw monotonic clock is this machine's.
 bool AllHere(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
-    return !runs.empty() &&
-           std::all_of(runs.begin(), runs.end(), [](const auto& run) { return run->IsHere(); });
+    return std::all_of(runs.begin(), runs.end(), [](const auto& run) { return run->IsHere(); });
 }
 
 ordered_json ClockOf(const HostInstant& clocks) {
@@ -80,12 +79,7 @@ ordered_json ClockOf(const HostInstant& clocks) {
 }
 
 bool AllComplete(const std::vector<std::unique_ptr<DeviceRun>>& runs) {
-    for (const auto& run : runs) {
-        if (!run->Complete()) {
-            return false;
-        }
-    }
-    return !runs.empty();
+    return std::all_of(runs.begin(), runs.end(), [](const auto& run) { return run->Complete(); });
 }
 
 ordered_json ManifestOf(const CollectionRecord& record,

@@ -27,8 +27,9 @@ ProgressLine::ProgressLine(bool quiet)
 std::string ProgressLine::Text(const Progress& progress, Clock::time_point now) {
     if (now - lastRated_ >= RATE_INTERVAL) {
         const double seconds = std::chrono::duration<double>(now - lastRated_).count();
-        const bool first = lastRated_.time_since_epoch().count() == 0;
-        bytesPerSecond_ = first ? 0 : static_cast<double>(progress.bytes - ratedBytes_) / seconds;
+        if (lastRated_ != Clock::time_point()) {
+            bytesPerSecond_ = static_cast<double>(progress.bytes - ratedBytes_) / seconds;
+        }
         ratedBytes_ = progress.bytes;
         lastRated_ = now;
     }

@@ -17,4 +17,8 @@ class QuietLibraries {
     int kept_ = -1;  // standard error as it was; -1 when it was left alone
 };
 
+// Lets the driver say what is wrong with its configuration, in front of a silence in which it is
+// asked something: it reads the configuration with the first question and says so only then.
+void HearTheDriver();
+
 }  // namespace tiv::host

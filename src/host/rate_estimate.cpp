@@ -5,7 +5,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -21,9 +21,12 @@ constexpr double MS_PER_SECOND = 1000.0;
 constexpr uint64_t FRAME_BYTES = 10 + 15 + 1 + 6 + 3 + 1 + 8 + 4 + 1 + 1;
 constexpr std::string_view NAME_KEY = "ProcessName:";
 
+// What could be read: a process may end between the opening and the reading of its file.
 std::string Content(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();  // throws nothing, unlike a reading through iterators
+    return content.str();
 }
 
 uint64_t Framed(uint64_t data) { return data == 0 ? 0 : data + FRAME_BYTES; }

@@ -29,8 +29,8 @@ void CutProgramOff(std::vector<std::string>& words, const Declared& commands) {
         return;
     }
     for (const auto& [app, command] : commands) {
-        if (words.front() == app->get_name() && command->TakesProgram()) {
-            command->SetProgram({separator + 1, words.end()});
+        if (words.front() == app->get_name() &&
+            command->TakeProgram({separator + 1, words.end()})) {
             words.erase(separator, words.end());
             return;
         }
@@ -55,15 +55,13 @@ bool NamesNoCommand(const std::vector<std::string>& words, const Declared& comma
     return true;
 }
 
-// Runs the one command that the command line named.
+// Runs the one command that the command line named: the parser lets none pass that names no
+// command.
 int RunCommand(const Declared& commands) {
+    const auto named = std::find_if(commands.begin(), commands.end(),
+                                    [](const auto& entry) { return entry.first->parsed(); });
     try {
-        for (const auto& [app, command] : commands) {
-            if (app->parsed()) {
-                return command->Run();
-            }
-        }
-        return EXIT_USAGE;
+        return named->second->Run();
     } catch (const std::exception& error) {
         Say(stderr, std::string("tivctl: cannot go on: ") + error.what() + "\n");
         return EXIT_LOCAL_ERROR;

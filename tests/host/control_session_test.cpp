@@ -8,6 +8,7 @@
 #include "hdc/hdc_transport.h"
 #include "host/session_bytes.h"
 #include "message/job_context.h"
+#include "support/failing_new.h"
 #include "support/fake_driver.h"
 #include "support/recorded_log.h"
 
@@ -70,6 +71,31 @@ TEST_F(ControlSessionTest, RequestsCarryTheJobsContext) {
     EXPECT_EQ(replay.llc_events(1), "write");
 }
 
+TEST_F(ControlSessionTest, ReplaysAreNamedByTheirNumbers) {
+    Answer(0);
+    Answer(0);
+
+    EXPECT_TRUE(session_->StartReplay({}, {}, 7).Accepted());
+    EXPECT_TRUE(session_->StopReplay(8).Accepted());
+
+    EXPECT_EQ(Sent<proto::ReplayStartReq>(0).replayid(), 7);
+    const auto stop = Sent<proto::ReplayStopReq>(1);
+    EXPECT_EQ(stop.replayid(), 8);
+    JobContext context;
+    ASSERT_TRUE(context.FromString(stop.hdr().job_ctx()));
+    EXPECT_EQ(context.job_id, "job");
+}
+
+TEST_F(ControlSessionTest, BareTextForContainersIsARefusalOfTheHandshake) {
+    FakeDriver::Instance().PushMessage(handle_,
+                                       test::PacketMessage("MESSAGE_CONTAINER_NO_SUPPORT"));
+
+    const Reply reply = session_->Handshake();
+
+    EXPECT_EQ(reply.outcome, Reply::Outcome::REFUSED);
+    EXPECT_NE(reply.message.find("container"), std::string::npos) << reply.message;
+}
+
 TEST_F(ControlSessionTest, RefusalSaysWhatWasRefusedAndWhy) {
     Answer(1, "invalid sample configuration");
 
@@ -128,6 +154,45 @@ TEST_F(ControlSessionTest, CloseBetweenTwoPacketsIsNoErrorInTheLog) {
     FakeDriver::Instance().halHdcRecv = receive;
 
     EXPECT_FALSE(test::RecordedLog::Instance().Contains('E', "session is nullptr"));
+}
+
+TEST_F(ControlSessionTest, AnswersThatNobodyAskedForAreBounded) {
+    for (int i = 0; i < 20; ++i) {
+        Answer(1, "number " + std::to_string(i));
+    }
+    // It comes back for more when it has taken them all.
+    ASSERT_TRUE(FakeDriver::Instance().calls.WaitForCalls("halHdcRecv", 21));
+    FakeDriver::Instance().ClosePeer(handle_);
+
+    for (int i = 0; i < 16; ++i) {
+        const std::string message = session_->WaitForReply(std::chrono::seconds(30)).message;
+        EXPECT_EQ("device 3:  refused: number " + std::to_string(i), message);
+    }
+    EXPECT_EQ(session_->WaitForReply(std::chrono::seconds(30)).outcome, Reply::Outcome::CLOSED);
+}
+
+TEST_F(ControlSessionTest, AnswerThatFindsNoMemoryEndsTheSession) {
+    constexpr size_t LARGE = 100000;
+    session_.reset();
+    handle_ = FakeDriver::Instance().NewSession();
+    const auto receive = FakeDriver::Instance().halHdcRecv;
+    FakeDriver::Instance().halHdcRecv = [&](HDC_SESSION session, HDC_MSG msg, int32_t length,
+                                            uint64_t flag, int32_t* count, uint32_t timeout) {
+        const int32_t result = receive(session, msg, length, flag, count, timeout);
+        test::FailNextNewOfAtLeast(LARGE);
+        return result;
+    };
+    Answer(1, std::string(LARGE, 'x'));
+    testing::internal::CaptureStderr();
+    session_ = std::make_unique<ControlSession>(
+        3, "job", std::make_shared<HDCTransport>(handle_, true, nullptr));
+
+    EXPECT_EQ(session_->WaitForReply(std::chrono::seconds(30)).outcome, Reply::Outcome::CLOSED);
+
+    session_.reset();
+    FakeDriver::Instance().halHdcRecv = receive;
+    EXPECT_EQ("tivctl: device 3: cannot read answers: std::bad_alloc\n",
+              testing::internal::GetCapturedStderr());
 }
 
 TEST_F(ControlSessionTest, WhatIsNoAnswerIsPassedOver) {

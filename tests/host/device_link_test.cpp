@@ -53,6 +53,38 @@ TEST(DeviceLink, FullClientIsFollowedByASecondOne) {
     EXPECT_EQ(FakeDriver::Instance().OpenClients(), 2u);
 }
 
+TEST(DeviceLink, FirstClientThatCannotBeMadeHasAReasonOfItsOwn) {
+    FakeDriver::Instance().calls.Return("drvHdcClientCreate", -1);
+    DeviceLink link(1h, [](std::chrono::milliseconds) {
+        ADD_FAILURE() << "waited";
+        return false;
+    });
+    std::string error;
+    errno = ENOENT;  // of something before
+
+    EXPECT_EQ(link.Connect(4, error), nullptr);
+
+    EXPECT_EQ(
+        error,
+        "cannot reach device 4: the driver gave no reason; check that `tiv` runs and that the "
+        "link to it is up");
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcSessionConnect"), 0u);
+    EXPECT_NE(link.Connect(0, error), nullptr) << "the next try makes one";
+}
+
+TEST(DeviceLink, SecondClientThatCannotBeMadeLeavesTheReasonForIt) {
+    FakeDriver::Instance().calls.Fail("drvHdcSessionConnect", -1, EUSERS);
+    FakeDriver::Instance().calls.Return("drvHdcClientCreate", -1, 1, 1);
+    DeviceLink link;
+    std::string error;
+
+    EXPECT_EQ(link.Connect(4, error), nullptr);
+
+    EXPECT_EQ(error.find("cannot reach device 4: Too many users; "), 0u) << error;
+    EXPECT_EQ(FakeDriver::Instance().calls.Count("drvHdcSessionConnect"), 1u);
+    EXPECT_EQ(FakeDriver::Instance().OpenClients(), 1u);
+}
+
 TEST(DeviceLink, ClientsGoWithTheLink) {
     {
         DeviceLink link;

@@ -142,6 +142,14 @@ TEST_F(ExportCommand, DirectoryInPlaceOfTheFileIsToldBeforeTheWork) {
     }
 }
 
+TEST(ExportFormat, NamesAreThoseOfTheForms) {
+    EXPECT_EQ(ExportFormat::CSV, ParseExportFormat("csv"));
+    EXPECT_EQ(ExportFormat::SQLITE, ParseExportFormat("sqlite"));
+    EXPECT_EQ(ExportFormat::PERFETTO, ParseExportFormat("perfetto"));
+    EXPECT_EQ(ExportFormat::FOLDED, ParseExportFormat("folded"));
+    EXPECT_EQ(std::nullopt, ParseExportFormat("xlsx"));
+}
+
 TEST(ExportResult, CancelledExportLeavesNothing) {
     const TempDir directory;
     ExportWatch whileReading;

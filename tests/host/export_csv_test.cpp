@@ -142,6 +142,25 @@ TEST_F(CsvExport, WhatWasNotMeasuredIsEmpty) {
     EXPECT_NE(std::nullopt, first[12]);
 }
 
+TEST_F(CsvExport, ChannelWithoutAPeriodAndEarlyEndAreTold) {
+    const std::vector<std::string> events = {"reads"};
+    ResultDirectory result;
+    result.stoppedEarly = true;
+    CsvExporter exporter(directory_.Path("csv"));
+    ASSERT_TRUE(exporter.Open());
+    exporter.OnBegin(result);
+    for (const uint32_t period : {0U, 20U}) {
+        exporter.OnChannel(
+            {0, 1, 8, "f", "n", ChannelSource::PERF, ChannelClock::NONE, period, events});
+    }
+    exporter.OnEnd({});
+    ASSERT_TRUE(exporter.Commit()) << exporter.Error();
+
+    EXPECT_EQ(std::nullopt, Rows("channel")[0].back());
+    EXPECT_EQ("20", Rows("channel")[1].back());
+    EXPECT_EQ("1", Rows("result")[0][7]);
+}
+
 TEST_F(CsvExport, IncompleteResultSaysSo) {
     Export("complete");
     EXPECT_EQ("1", Rows("result").at(0).at(1));

@@ -65,7 +65,7 @@ struct KnownNames {
             for (const uint64_t frame : stack.frame_ids()) {
                 EXPECT_EQ(1u, frames.count(frame));
             }
-            stacks.insert(stack.iid());
+            EXPECT_TRUE(stacks.insert(stack.iid()).second) << "told twice";
         }
     }
     std::set<uint64_t> texts;
@@ -176,6 +176,18 @@ TEST_F(PerfettoExport, EveryPacketHasItsSequenceAndEveryTimeItsClock) {
         EXPECT_EQ(RAW, trace_.packet(0).clock_snapshot().primary_trace_clock());
         EXPECT_EQ(RAW, trace_.packet(0).clock_snapshot().clocks(0).clock_id());
         EXPECT_EQ(1, trace_.packet(0).clock_snapshot().clocks_size());
+    }
+}
+
+TEST_F(PerfettoExport, GroupsNameTheirDevice) {
+    Export("complete");
+    std::set<std::string> names;
+    for (const auto& [uuid, track] : tracks_) {
+        names.insert(track.name());
+    }
+
+    for (const char* group : {"CPU of device 0", "memory of device 0", "job of device 0"}) {
+        EXPECT_EQ(1u, names.count(group)) << group;
     }
 }
 
@@ -301,6 +313,7 @@ TEST_F(PerfettoExport, ProcessIdThatCameRoundIsAPlainTrack) {
     ExportRows({}, {}, [](PerfettoExporter& exporter) {
         exporter.OnProcess({0, 1, 42, 5, 1, "old", 10, 20});
         exporter.OnProcess({0, 2, 42, 9, 1, "new", 30, 40});
+        exporter.OnProcess({0, 3, 42, 11, 1, "", 50, 60});
     });
     std::set<std::string> plain;
     size_t processes = 0;
@@ -311,6 +324,7 @@ TEST_F(PerfettoExport, ProcessIdThatCameRoundIsAPlainTrack) {
 
     EXPECT_EQ(1u, processes);
     EXPECT_EQ(1u, plain.count("new 42, another process of this id"));
+    EXPECT_EQ(1u, plain.count("(no name) 42, another process of this id"));
 }
 
 TEST_F(PerfettoExport, PairOfClockReadingsPlacesTheCollection) {
@@ -329,6 +343,69 @@ TEST_F(PerfettoExport, PairOfClockReadingsPlacesTheCollection) {
     EXPECT_EQ((std::vector<std::string>{"collection", "replay 0"}), EventNames(1));
     EXPECT_EQ(5000000000u, trace_.packet(trace_.packet_size() - 2).timestamp());
     EXPECT_EQ(7005000000u, trace_.packet(trace_.packet_size() - 1).timestamp());
+}
+
+TEST_F(PerfettoExport, StretchThatNoTimelineHoldsIsNotShown) {
+    ResultDirectory result;
+    result.complete = true;
+    result.started = "2026-11-21T18:31:55.000Z";
+    result.ended = "2026-11-21T18:31:57.000Z";
+    result.replays = {{result.ended, result.started}, {result.ended, result.ended}};
+    result.clock = ClockPair{*WallNs(result.ended), INT64_MAX - 1};
+    ExportRows(result, {}, [](PerfettoExporter&) {});
+    EXPECT_EQ((std::vector<std::string>{"collection"}), EventNames(1));
+
+    result.clock = ClockPair{*WallNs(result.started), INT64_MAX - 1};
+    ExportRows(result, {}, [](PerfettoExporter&) {});
+    EXPECT_TRUE(EventNames(1).empty()) << "its end is beyond";
+}
+
+TEST(WallNs, TimesBeyondTheTimelineAndOtherFormsHaveNone) {
+    EXPECT_EQ(7000000u, WallNs("1970-01-01T00:00:00.007Z"));
+    EXPECT_EQ(4294967295000000000u, WallNs("2106-02-07T06:28:15.000Z"));
+    for (const char* text :
+         {"2106-02-07T06:28:16.000Z", "1969-12-31T23:59:59.000Z", "1970-01-01T00:00:00.007+",
+          "1970-01-01T00:00:00.-07Z", "1970-01-01T00:00:00.007", "1970-01-01", ""}) {
+        EXPECT_EQ(std::nullopt, WallNs(text)) << text;
+    }
+}
+
+TEST_F(PerfettoExport, SamplesOfEventsBeyondTheBoundAreLeftOut) {
+    const std::vector<StackFrame> none;
+    ExportRows({}, {}, [&](PerfettoExporter& exporter) {
+        for (int event = 0; event < 70; ++event) {
+            exporter.OnProfileSample({0, 1, 0, {}, 7, "c", "r" + std::to_string(event), 1, none});
+        }
+    });
+
+    const auto& packets = trace_.packet();
+    EXPECT_EQ(64, std::count_if(packets.begin(), packets.end(), [](const TracePacket& packet) {
+                  return packet.has_perf_sample();
+              }));
+}
+
+TEST_F(PerfettoExport, ProblemsBeyondAHundredAreLeftOut) {
+    ReadOutcome outcome;
+    outcome.problems.assign(103, "a file is gone");
+    ExportRows({}, outcome, [](PerfettoExporter&) {});
+
+    EXPECT_EQ(std::vector<std::string>(100, "INCOMPLETE: a file is gone"), EventNames(3));
+}
+
+TEST_F(PerfettoExport, SampleWithoutAStackOrACoreHasNone) {
+    const std::vector<StackFrame> none;
+    ExportRows({}, {}, [&](PerfettoExporter& exporter) {
+        exporter.OnProfileSample({0, 1, std::nullopt, {}, 7, "c", "r11", 1, none});
+    });
+
+    const auto& packets = trace_.packet();
+    const auto sample = std::find_if(packets.begin(), packets.end(),
+                                     [](const auto& packet) { return packet.has_perf_sample(); });
+    ASSERT_NE(packets.end(), sample);
+    EXPECT_FALSE(sample->perf_sample().has_callstack_iid());
+    EXPECT_TRUE(std::none_of(packets.begin(), packets.end(),
+                             [](const auto& packet) { return packet.has_interned_data(); }));
+    EXPECT_FALSE(sample->perf_sample().has_cpu());
 }
 
 TEST_F(PerfettoExport, ChannelWithoutTheRawClockIsNotOnTheTimeline) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "host/export/sqlite_database.h"
 #include "host/export/sqlite_exporter.h"
 #include "host/export_bench.h"
 #include "support/scoped_limit.h"
@@ -164,6 +165,48 @@ TEST_F(SqliteExport, EarlierExportIsReplacedAndALeftoverIsNot) {
     directory_.Write("complete.sqlite.new", "leftover");
 
     EXPECT_EQ("ok", Export("complete").Value("PRAGMA integrity_check"));
+}
+
+TEST_F(SqliteExport, FirstFailureOfADatabaseIsKeptAndEndsItsWriting) {
+    const std::string path = directory_.Path("x.sqlite");
+    {
+        SqliteDatabase database;
+        ASSERT_TRUE(database.Create(path));
+        ASSERT_TRUE(database.Run("CREATE TABLE numbers (number INTEGER PRIMARY KEY) STRICT"));
+        SqliteInsert insert(database, "INSERT INTO numbers VALUES (?)");
+        for (const unsigned number : {1U, 1U, 2U}) {
+            insert.Integer(number);
+            insert.Insert();
+        }
+        const SqliteInsert none(database, "INSERT INTO none VALUES (?)");
+
+        EXPECT_FALSE(database.Run("DELETE FROM numbers"));
+
+        EXPECT_EQ("cannot write the database: UNIQUE constraint failed: numbers.number",
+                  database.Error());
+    }
+    EXPECT_EQ("1", OpenDatabase(path).Value("SELECT group_concat(number) FROM numbers"));
+}
+
+TEST_F(SqliteExport, InsertThatCannotBeMadeReadyIsAFailure) {
+    SqliteDatabase database;
+    ASSERT_TRUE(database.Create(directory_.Path("x.sqlite")));
+
+    const SqliteInsert none(database, "INSERT INTO none VALUES (?)");
+
+    EXPECT_EQ("cannot write the database: no such table: none", database.Error());
+}
+
+TEST_F(SqliteExport, SampleWithoutAStackHasNone) {
+    (void)directory_.MakeDir("device_0/data");
+    directory_.Write("device_0/data/ai_ctrl_cpu.data", "a 1 [0] 0.000000090: 1 e: \n\n");
+    directory_.Write("manifest.json", R"({"devices": [{"device": 0, "directory": "device_0"}]})");
+    const std::string path = directory_.Path("x.sqlite");
+
+    EXPECT_EQ("", ExportResult(directory_.Path(), ExportFormat::SQLITE, path).error);
+
+    EXPECT_EQ("1",
+              OpenDatabase(path).Value("SELECT count(*) FROM profile_sample WHERE stack IS NULL"));
 }
 
 TEST_F(SqliteExport, FullDiskIsAnErrorAndLeavesNothing) {

@@ -81,4 +81,8 @@ TEST(FoldedFrame, NamesAFrameByWhatIsKnown) {
     EXPECT_EQ("[kernel.kallsyms]", name({1, "", 0, "[kernel.kallsyms]"}));
     EXPECT_EQ("[unknown]", name({1, "", 0, ""}));
     EXPECT_EQ("a:b c", name({1, "a;b\nc", 0, ""}));
+    EXPECT_EQ("a b", name({1,
+                           "a\x7f"
+                           "b",
+                           0, ""}));
 }

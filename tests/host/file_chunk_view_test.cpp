@@ -98,6 +98,37 @@ TEST(ParseFileChunk, WrongWireTypeIsRefused) {
                                 view));
 }
 
+TEST(ParseFileChunk, EmptyFieldAtTheEndIsAField) {
+    const std::string body = FullMessage().SerializeAsString();
+    for (const char* empty : {"\x0a", "\x12", "\x22"}) {
+        const std::string bytes = body + empty + std::string(1, '\0');
+        FileChunkReq library;
+        FileChunkView view;
+        ASSERT_TRUE(library.ParseFromString(bytes));
+
+        ASSERT_TRUE(ParseFileChunk(bytes, view)) << static_cast<int>(*empty);
+
+        EXPECT_EQ(view.fileName, library.filename());
+        EXPECT_EQ(view.chunk, library.chunk());
+    }
+}
+
+TEST(ParseFileChunk, EveryFieldOfAnotherWireTypeIsRefused) {
+    for (const int field : {1, 2, 3, 4, 5, 6, 12}) {
+        FileChunkView view;
+        const std::string asVarint = {static_cast<char>(field << 3), '\0'};
+        const std::string asBytes = {static_cast<char>(field << 3 | 2), '\0'};
+
+        EXPECT_NE(ParseFileChunk(asVarint, view), ParseFileChunk(asBytes, view)) << field;
+    }
+}
+
+TEST(ParseFileChunk, HeaderThatIsNoneIsRefused) {
+    FileChunkView view;
+
+    EXPECT_FALSE(ParseFileChunk(std::string("\x0a\x01\xff", 3), view));
+}
+
 TEST(ParseFileChunk, UnknownFieldsArePassedOver) {
     std::string body = FullMessage().SerializeAsString();
     body += std::string(

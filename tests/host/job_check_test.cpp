@@ -103,6 +103,13 @@ TEST(JobCheck, UnitsHaveRanges) {
               "--tick-rate 0 is out of range: 1 to 1000000");
 }
 
+TEST(JobCheck, PageOutOfRangeIsToldOnce) {
+    EXPECT_EQ(Refused([](auto& o) { o.pageBytes = 1000; }),
+              "--page-size 1000 is out of range: 1024 to 16777216");
+    EXPECT_EQ(Refused([](auto& o) { o.pageBytes = 16777217; }),
+              "--page-size 16777217 is out of range: 1024 to 16777216");
+}
+
 TEST(JobCheck, EverythingWrongIsToldAtOnceWithOptionAndRange) {
     CollectOptions options;
     options.devices = {64};
@@ -130,6 +137,20 @@ TEST(JobCheck, WholeRecordIsHeldToTheRulesOfTheSampleConfiguration) {
     EXPECT_TRUE(test::RecordedLog::Instance().Has('E', "invalid ddr interval: 0"));
     EXPECT_TRUE(test::RecordedLog::Instance().Has(
         'E', "[CheckProfilingParams]profiling interval is illegal"));
+}
+
+TEST(JobCheck, MetricsOfAJobAreThoseOfThePlatform) {
+    DeviceJob job;
+    job.jobId = "good-1";
+    job.params.devices = "0";
+    job.params.ai_core_metrics = "PipeUtilization";
+    EXPECT_TRUE(CheckJob(job).empty());
+    job.params.ai_core_metrics = "ScalarRatio";
+
+    const std::vector<Refusal> refusals = CheckJob(job);
+
+    ASSERT_EQ(refusals.size(), 1u);
+    EXPECT_EQ(refusals[0].option, "--set");
 }
 
 TEST(JobCheck, JobIdHoldsLettersDigitsAndDashes) {

@@ -97,6 +97,16 @@ TEST(LiveCellText, CharsetIsTheOneOfTheLocaleThatCounts) {
     EXPECT_EQ(Charset::UTF8, host::LocaleCharset());
 }
 
+TEST(LiveCellText, CharsetOfLettersCountsMoreThanTheLanguageAndNoneIsAscii) {
+    unsetenv("LC_ALL");
+    setenv("LC_CTYPE", "C", 1);
+    setenv("LANG", "de_DE.UTF-8", 1);
+    EXPECT_EQ(Charset::ASCII, host::LocaleCharset());
+    unsetenv("LANG");
+    unsetenv("LC_CTYPE");
+    EXPECT_EQ(Charset::ASCII, host::LocaleCharset());
+}
+
 TEST(LiveScreenLine, NumbersStandRightAndTheLineEndsAtItsWidth) {
     ScreenLine line(12, Charset::ASCII);
     line.Put("ab").PutRight("7", 6).PutRight("123456789", 20);
@@ -112,6 +122,17 @@ TEST(LiveScreenLine, StylesEndWithTheirTextAndColoursCanBeLeftOut) {
     EXPECT_EQ("\033[1;31ma\033[mb\033[2mc\033[m", line.Painted(true));
     EXPECT_EQ("\033[1ma\033[mb\033[2mc\033[m", line.Painted(false));
     EXPECT_EQ("abc", line.Plain());
+}
+
+TEST(LiveScreenLine, EachStyleHasASequenceAndColoursHaveNoneWithoutThem) {
+    ScreenLine line(20, Charset::ASCII);
+    line.Put("p", Style::PLAIN).Put("d", Style::DIM).Put("b", Style::BOLD);
+    line.Put("r", Style::REVERSE).Put("g", Style::GOOD).Put("w", Style::WARNING);
+    line.Put("a", Style::ALARM);
+
+    const std::string start = "p\033[2md\033[m\033[1mb\033[m\033[7mr\033[m";
+    EXPECT_EQ(start + "\033[32mg\033[m\033[33mw\033[m\033[1;31ma\033[m", line.Painted(true));
+    EXPECT_EQ(start + "gw\033[1ma\033[m", line.Painted(false));
 }
 
 TEST(LiveScreenLine, SparklineShowsTheNewestValuesAndBlanksForNone) {

@@ -147,6 +147,37 @@ TEST(LiveFeed, DeviceThatInventsNamesDoesNotGrowTheTable) {
     EXPECT_EQ(1000u, bytes);
 }
 
+TEST(LiveFeed, KnownNameKeepsItsStreamWhenTheTableIsFull) {
+    LiveFeed feed;
+    for (int i = 0; i < 100; ++i) {
+        Offer(feed, "file" + std::to_string(i), "1");
+    }
+    Offer(feed, "file0", "23");
+
+    const auto streams = feed.Counts().streams;
+
+    EXPECT_EQ("file0", streams.at(0).name);
+    EXPECT_EQ(2u, streams.at(0).chunks);
+    EXPECT_EQ(3u, streams.at(0).bytes);
+}
+
+TEST(LiveFeed, TooManyFilesWithGapsHaveAllOfThem) {
+    constexpr int MOST = 65536;
+    LiveFeed feed;
+    const std::string large(LiveFeed::MAX_CHUNK_BYTES + 1, 'x');
+    for (int i = 1; i <= MOST; ++i) {
+        Offer(feed, "data/" + std::to_string(i) + "-CpuUsage.data", large);
+    }
+    Offer(feed, "data/Memory.data", "m");
+    EXPECT_FALSE(feed.Take().at(0).afterGap);
+
+    Offer(feed, "data/llc.data", large);
+    Offer(feed, "data/Memory.data", "m");
+
+    EXPECT_TRUE(feed.Take().at(0).afterGap);
+    EXPECT_EQ(MOST + 1u, feed.Counts().skipped);
+}
+
 TEST(LiveFeed, OffersAndTakesOfSeveralThreadsLoseNothing) {
     LiveFeed feed;
     std::atomic<bool> done{false};

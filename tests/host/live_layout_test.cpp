@@ -1,6 +1,8 @@
 // What the live view looks like on screens of several sizes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "host/live/live_layout.h"
 #include "host/live/live_view.h"
 
@@ -131,6 +133,32 @@ TEST(LiveLayout, MachineWithoutSwapIsToldSo) {
               RowOf(Rows(snapshot), "cached").substr(17));
 }
 
+TEST(LiveLayout, ShareIsColouredByItsHeight) {
+    const auto colour = [](double busy) {
+        LiveSnapshot snapshot = Empty();
+        snapshot.cores = {Core(host::ALL_CORES, busy, 100 - busy)};
+        return host::LayOut(snapshot, {80, 24}, Charset::ASCII).at(2).Painted(true);
+    };
+
+    EXPECT_NE(std::string::npos, colour(59.9).find("\033[32m59.9%"));
+    EXPECT_NE(std::string::npos, colour(60).find("\033[33m60.0%"));
+    EXPECT_NE(std::string::npos, colour(84.9).find("\033[33m84.9%"));
+    EXPECT_NE(std::string::npos, colour(85).find("\033[1;31m85.0%"));
+}
+
+TEST(LiveLayout, MemoryWithoutATotalOrWithMoreAvailableHasNoShare) {
+    const auto row = [](uint64_t total, uint64_t available) {
+        LiveSnapshot snapshot = Empty();
+        snapshot.memory.totalBytes = total;
+        snapshot.memory.availableBytes = available;
+        return RowOf(Rows(snapshot), "MEMORY");
+    };
+
+    EXPECT_EQ(0u, row(0, 0).find("MEMORY        -  - used of")) << row(0, 0);
+    EXPECT_EQ(0u, row(1000, 1001).find("MEMORY        -  - used of"));
+    EXPECT_EQ(0u, row(1000, 1000).find("MEMORY     0.0%  0 B used of"));
+}
+
 TEST(LiveLayout, ProcessHasItsNumbersInColumns) {
     const auto rows = Rows(Full());
     EXPECT_EQ("    4711 R   150.5  150.0    0.5    5.0 MB         -      12  worker",
@@ -193,6 +221,24 @@ TEST(LiveLayout, LostRecordsAreTold) {
     EXPECT_NE(std::string::npos, RowOf(Rows(snapshot), "page-faults").find("lost 99 records"));
 }
 
+TEST(LiveLayout, StreamWithoutEventsTakesASecondRowForItsLossesAlone) {
+    LiveSnapshot snapshot = Full();
+    host::LiveStream file;
+    file.deviceId = 3;
+    file.name = "next.data";
+    snapshot.streams.push_back(file);
+    snapshot.streams[0].events.clear();
+    const auto behindTheFirst = [&] {
+        const auto rows = Rows(snapshot, {80, 60});
+        return *(std::find(rows.begin(), rows.end(), RowOf(rows, "3 llc.data")) + 1);
+    };
+    EXPECT_EQ(0u, behindTheFirst().find("3 next.data "));
+
+    snapshot.streams[0].lostRecords = 99;
+
+    EXPECT_EQ("    lost 99 records", behindTheFirst());
+}
+
 TEST(LiveLayout, QueueTellsWhatWaitsAndWhatWasSkipped) {
     LiveSnapshot snapshot = Full();
     snapshot.queue = {5, 1000, 70, 2, 3, 4};
@@ -212,12 +258,14 @@ TEST(LiveLayout, OptionsOfTheViewNameTheSamplersOfEveryJob) {
     jobs[0].samplers = {"cpu", "memory"};
     jobs[1].samplers = {"processes", "llc"};
 
-    const host::LiveOptions options = host::MakeLiveOptions("t", jobs, {});
-
-    EXPECT_TRUE(options.samplesCpu);
-    EXPECT_TRUE(options.samplesMemory);
-    EXPECT_TRUE(options.samplesProcesses);
-    EXPECT_TRUE(options.samplesChannels);
+    for (int i = 0; i < 2; ++i) {
+        const host::LiveOptions options = host::MakeLiveOptions("t", jobs, {});
+        EXPECT_TRUE(options.samplesCpu);
+        EXPECT_TRUE(options.samplesMemory);
+        EXPECT_TRUE(options.samplesProcesses);
+        EXPECT_TRUE(options.samplesChannels);
+        std::swap(jobs[0], jobs[1]);
+    }
 }
 
 TEST(LiveLayout, SamplerThatWasNotAskedForIsNamedWithItsOption) {

@@ -1,7 +1,6 @@
 // The newest values out of a stream of chunks.
 #include <gtest/gtest.h>
 
-#include "host/channel_bytes.h"
 #include "host/live_bench.h"
 
 namespace tiv::test {
@@ -12,7 +11,6 @@ using host::ProcessOrder;
 
 constexpr const char* CPU = "data/SystemCpuUsage.data";
 constexpr const char* MEMORY = "data/Memory.data";
-constexpr const char* LLC = "data/llc.data";
 
 std::string Cpu(uint64_t second, uint64_t user, uint64_t idle) {
     return Record(second * SECOND_NS, static_cast<uint32_t>(second),
@@ -66,6 +64,23 @@ TEST(LiveModel, SkippedChunksStartTheReadingAnew) {
     EXPECT_EQ(0u, bench.reader.Unreadable());
 }
 
+TEST(LiveReader, FileThatBeginsBehindAGapIsRead) {
+    LiveBench bench;
+    bench.Give(CPU, Cpu(1, 100, 100), true);
+    bench.Give(CPU, Cpu(2, 130, 170));
+
+    EXPECT_DOUBLE_EQ(30, (*bench.Snapshot().cores.at(1).percent)[host::USER]);
+}
+
+TEST(LiveReader, FileOfNoKnownKindIsPassedOver) {
+    LiveBench bench;
+    bench.Give("data/unknown", Cpu(1, 100, 100));
+
+    EXPECT_EQ(0u, bench.reader.Unreadable());
+    EXPECT_TRUE(bench.Snapshot().cores.empty());
+    EXPECT_TRUE(bench.Snapshot().devices.empty());
+}
+
 TEST(LiveModel, HistoryHasAValueForEachSecondAndNoneForAGap) {
     LiveBench bench;
     bench.Give(CPU, Cpu(1, 0, 0) + Cpu(2, 50, 50) + Cpu(3, 150, 50));
@@ -85,6 +100,18 @@ TEST(LiveModel, MemoryIsInBytesAndWhatWasNotToldIsAbsent) {
     EXPECT_EQ(256000u, memory.availableBytes);
     EXPECT_FALSE(memory.swapTotalBytes.has_value());
     EXPECT_EQ((host::History{75}), memory.usedPercent);
+}
+
+TEST(LiveModel, ShareOfTheMemoryNeedsATotalThatIsNotExceeded) {
+    LiveBench bench;
+    bench.Give(MEMORY, Record(1, 0, "MemAvailable: 250 kB\n"));
+    bench.Give(MEMORY, Record(2, 1, "MemTotal: 0 kB\nMemAvailable: 0 kB\n"));
+    bench.Give(MEMORY, Record(3, 2, "MemTotal: 1000 kB\nMemAvailable: 1001 kB\n"));
+    EXPECT_TRUE(bench.Snapshot().memory.usedPercent.empty());
+
+    bench.Give(MEMORY, Record(4, 3, "MemTotal: 1000 kB\nMemAvailable: 1000 kB\n"));
+
+    EXPECT_EQ((host::History{0}), bench.Snapshot().memory.usedPercent);
 }
 
 TEST(LiveModel, ProcessHasNameCpuAndMemory) {
@@ -157,7 +184,37 @@ TEST(LiveModel, ProcessesBeyondTheMostThatAreKeptAreLeftOut) {
                    Record(SECOND_NS, 0, ProcessStat(pid, "p", 1, 0)));
     }
 
+    bench.Give(fmt::format("data/{}-Memory.data", MOST + 2),
+               Record(SECOND_NS, 0, ProcessPages(9, 9, "p")));
+
     EXPECT_EQ(MOST, bench.model.Processes());
+}
+
+TEST(LiveModel, CoresBeyondTheMostThatAreKeptAreLeftOut) {
+    constexpr int32_t MOST = 4096;
+    LiveBench bench;
+    for (int32_t core = 0; core <= MOST; ++core) {
+        bench.model.OnSystemCpu({0, SECOND_NS, core, {}, {}});
+    }
+    host::SystemCpuUse use{SECOND_NS, {}};
+    use.percent[host::USER] = 30;
+    bench.model.OnSystemCpu({0, 2 * SECOND_NS, 0, {}, use});
+
+    const auto cores = bench.Snapshot().cores;
+
+    EXPECT_EQ(static_cast<size_t>(MOST), cores.size());
+    EXPECT_DOUBLE_EQ(30, (*cores[0].percent)[host::USER]) << "a known core is read on";
+}
+
+TEST(LiveModel, NameIsKeptUntilThereIsAnotherOne) {
+    LiveBench bench;
+    bench.Give("data/7-Memory.data", Record(SECOND_NS, 0, ProcessPages(20, 10, "worker")));
+
+    bench.model.SetProcessName(7, "");
+    bench.model.SetProcessName(8, "nobody");
+
+    ASSERT_EQ(1u, bench.model.Processes());
+    EXPECT_EQ("worker", bench.Snapshot().processes[0].name);
 }
 
 TEST(LiveReader, FilesBeyondTheMostThatAreReadAreLeftOut) {
@@ -173,17 +230,6 @@ TEST(LiveReader, FilesBeyondTheMostThatAreReadAreLeftOut) {
 
     ASSERT_EQ(1u, bench.model.Processes());
     EXPECT_EQ(50, bench.Snapshot().processes[0].userPercent);
-}
-
-TEST(LiveModel, ReadingsOfWhatWasNeverNamedAreLeftOut) {
-    LiveBench bench;
-    bench.model.OnMemory({0, SECOND_NS, 7, 1000});
-    bench.model.OnChannelCount({7, SECOND_NS, 0, 0, 10, SECOND_NS});
-
-    const host::LiveSnapshot snapshot = bench.Snapshot();
-
-    EXPECT_FALSE(snapshot.memory.totalBytes.has_value());
-    EXPECT_TRUE(snapshot.streams.empty());
 }
 
 TEST(LiveModel, ProcessThatIsNoLongerSeenGoes) {
@@ -224,98 +270,6 @@ TEST(LiveModel, AgeOfAReadingIsCountedFromTheFastestChunk) {
     EXPECT_FALSE(bench.Snapshot().processesBehindSeconds.has_value());
 }
 
-// What the feed counts of a channel's file.
-host::FeedCounts Counted(uint64_t bytes) {
-    host::FeedCounts counts;
-    counts.bytes = bytes;
-    counts.streams.push_back({0, host::FileKind::CHANNEL, "llc.data", bytes, 1});
-    return counts;
-}
-
-TEST(LiveModel, BytesPerSecondNeedTwoCounts) {
-    LiveBench bench;
-    bench.model.TakeCounts(Counted(1000), 5 * SECOND_NS);
-    EXPECT_FALSE(bench.Snapshot().bytesPerSecond.has_value());
-    EXPECT_FALSE(bench.Snapshot().streams.at(0).bytesPerSecond.has_value());
-
-    bench.model.TakeCounts(Counted(5000), 7 * SECOND_NS);
-
-    EXPECT_EQ(2000, bench.Snapshot().bytesPerSecond);
-    EXPECT_EQ(2000, bench.Snapshot().streams.at(0).bytesPerSecond);
-    EXPECT_EQ(5000u, bench.Snapshot().streams.at(0).bytes);
-}
-
-TEST(LiveModel, BytesPerSecondForgetWhatIsLongAgo) {
-    LiveBench bench;
-    for (uint64_t second = 0; second <= 30; ++second) {
-        bench.model.TakeCounts(Counted(second < 20 ? 0 : 4000), second * SECOND_NS);
-    }
-
-    EXPECT_EQ(0, bench.Snapshot().bytesPerSecond);
-}
-
-TEST(LiveModel, EventsOfAChannelHaveRates) {
-    LiveBench bench;
-    bench.model.TakeCounts(Counted(1), SECOND_NS);
-    bench.Give(LLC, "# started\n1.000 500 loads\n1.500 200 loads\n2.000 100 loads\n");
-    bench.Give(LLC, "2.000 <not supported> stores\n");
-
-    const auto events = bench.Snapshot().streams.at(0).events;
-    ASSERT_EQ(1u, events.size());
-    EXPECT_EQ("loads", events[0].name);
-    EXPECT_DOUBLE_EQ(300, events[0].perSecond.value_or(-1));
-}
-
-TEST(LiveModel, ChannelBehindAGapHasNoRatesUntilItIsReadAgain) {
-    LiveBench bench;
-    bench.model.TakeCounts(Counted(1), SECOND_NS);
-    bench.Give(LLC, "# started\n1.000 500 loads\n1.500 200 loads\n");
-
-    bench.Give(LLC, "7.000 1", true);
-    ASSERT_EQ(1u, bench.Snapshot().streams.at(0).events.size());
-    EXPECT_FALSE(bench.Snapshot().streams.at(0).events[0].perSecond.has_value());
-    bench.Give(LLC, "00 loads\n8.000 400 loads\n");
-
-    ASSERT_EQ(1u, bench.Snapshot().streams.at(0).events.size());
-    EXPECT_EQ(400, bench.Snapshot().streams.at(0).events[0].perSecond);
-}
-
-// A record waits for what comes behind it, which might be a header.
-const std::string NEXT = Count(2 * SECOND_NS, 1, 0, 1);
-
-// Two seconds of an event on two cores, 10 and 20 times in the second one.
-std::string CountsOfTwoCores() {
-    return PerfHeader() + Count(SECOND_NS, 0, 0, 5) + Count(SECOND_NS, 0, 1, 7) +
-           Count(2 * SECOND_NS, 0, 0, 10) + Count(2 * SECOND_NS, 0, 1, 20);
-}
-
-TEST(LiveModel, CountsOfTheCoresAddUpAndLossesAreTold) {
-    LiveBench bench;
-    bench.model.TakeCounts(Counted(1), SECOND_NS);
-
-    bench.Give(LLC, CountsOfTwoCores() + Count(2 * SECOND_NS, UINT32_MAX, UINT32_MAX, 44) +
-                        Count(2 * SECOND_NS, UINT32_MAX, UINT32_MAX, 6) + NEXT);
-
-    const auto stream = bench.Snapshot().streams.at(0);
-    EXPECT_EQ("software events", stream.source);
-    EXPECT_EQ(50u, stream.lostRecords);
-    ASSERT_EQ(2u, stream.events.size());
-    EXPECT_DOUBLE_EQ(30, stream.events[0].perSecond.value_or(-1));
-    EXPECT_FALSE(stream.events[1].perSecond.has_value());
-}
-
-TEST(LiveModel, DriversChannelBehindAGapIsReadFromItsNextHeader) {
-    LiveBench bench;
-    bench.model.TakeCounts(Counted(1), SECOND_NS);
-    bench.Give(LLC, CountsOfTwoCores());
-
-    bench.Give(LLC, Count(3 * SECOND_NS, 0, 0, 1).substr(5) + CountsOfTwoCores() + NEXT, true);
-
-    const auto events = bench.Snapshot().streams.at(0).events;
-    ASSERT_EQ(2u, events.size());
-    EXPECT_DOUBLE_EQ(30, events[0].perSecond.value_or(-1));
-}
-
 TEST(LiveModel, DamageIsCountedAndTheNextRecordRead) {
     LiveBench bench;
     bench.Give(CPU, "rubbish" + Cpu(1, 100, 100) + "rubbish" + Cpu(2, 130, 170));
@@ -341,6 +295,44 @@ TEST(RateWindow, LongIntervalCountsWhole) {
     window.Add(4 * SECOND_NS, 4 * SECOND_NS, {8});
 
     EXPECT_DOUBLE_EQ(2, window.PerSecond()->front());
+}
+
+TEST(RateWindow, ClockThatWentBackBeginsAnew) {
+    host::RateWindow<1> window;
+    window.Add(9 * SECOND_NS, SECOND_NS, {8});
+    window.Add(5 * SECOND_NS, SECOND_NS, {2});
+
+    EXPECT_DOUBLE_EQ(2, window.PerSecond()->front());
+}
+
+TEST(RateWindow, ManyIntervalsOfOneMomentStayBounded) {
+    host::RateWindow<1> window;
+    for (int i = 0; i < 1000; ++i) {
+        window.Add(SECOND_NS, SECOND_NS, {i < 900 ? 1.0 : 3.0});
+    }
+
+    EXPECT_DOUBLE_EQ(3, window.PerSecond()->front());
+}
+
+TEST(RateWindow, ThirtyTwoIntervalsOfOneMomentAreKept) {
+    host::RateWindow<1> window;
+    window.Add(SECOND_NS, SECOND_NS, {64});
+    for (int i = 1; i < 32; ++i) {
+        window.Add(SECOND_NS, SECOND_NS, {0});
+    }
+    EXPECT_DOUBLE_EQ(2, window.PerSecond()->front());
+
+    window.Add(SECOND_NS, SECOND_NS, {0});
+
+    EXPECT_DOUBLE_EQ(0, window.PerSecond()->front());
+}
+
+TEST(SecondHistory, ValueThatHeldForNoTimeIsNone) {
+    host::SecondHistory history;
+    history.Add(SECOND_NS, 0, 7);
+    history.Add(2 * SECOND_NS, 1, 8);
+
+    EXPECT_EQ((host::History{std::nullopt, 8}), history.Values());
 }
 
 TEST(SecondHistory, ForgetsWhatIsTooLongAgo) {

@@ -96,6 +96,33 @@ TEST_F(LiveTopTest, OnlyWhatIsAskedForIsSampled) {
     EXPECT_EQ(0, terminal_->Wait());
 }
 
+TEST_F(LiveTopTest, CtrlCBeforeTheJobBeginsExits130AndNeverTouchesTheScreen) {
+    Listen(0);
+    terminal_ = std::make_unique<TerminalRun>(std::vector<std::string>{"top"}, 80, 24);
+    control_ = Accept();
+    EXPECT_EQ("analysis.rokt.proto.CtrlChannelHandshake", control_->Read());
+
+    terminal_->Press("\x03");
+
+    EXPECT_EQ(130, terminal_->Wait());
+    EXPECT_EQ(std::string::npos, terminal_->Bytes().find("\033[?1049h"));
+    EXPECT_NE(std::string::npos, terminal_->Bytes().find("tivctl: left before the job began\r\n"));
+}
+
+TEST_F(LiveTopTest, PictureThatIsHeldBeforeItsFirstFrameIsShown) {
+    Listen(0);
+    terminal_ = std::make_unique<TerminalRun>(std::vector<std::string>{"top"}, 80, 24);
+    terminal_->Press(" ");
+    Begin();
+
+    EXPECT_TRUE(terminal_->WaitForText("tivctl top  ")) << terminal_->Screen().All();
+
+    EXPECT_TRUE(terminal_->WaitForText("PAUSED"));
+    terminal_->Press("q");
+    End();
+    EXPECT_EQ(0, terminal_->Wait());
+}
+
 TEST_F(LiveTopTest, LongEndSaysHowToLeave) {
     Top();
     ASSERT_TRUE(terminal_->WaitForText(KEYS));
@@ -302,6 +329,7 @@ TEST_F(LiveTopTest, NoColorMeansNone) {
 }
 
 TEST_F(LiveTopTest, ColoursAreUsedWhereNobodyMinds) {
+    setenv("NO_COLOR", "", 1);  // says nothing
     Top();
     SendCpu();
     ASSERT_TRUE(terminal_->WaitForText("25.0%"));

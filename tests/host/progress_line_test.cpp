@@ -2,6 +2,13 @@
 #include "host/progress_line.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "host/live_screen_process.h"
 
 namespace tiv::host {
 namespace {
@@ -17,6 +24,18 @@ Progress Collected(uint64_t bytes) {
     progress.bytes = bytes;
     progress.files = 3;
     return progress;
+}
+
+// All that was written to the terminal. What is written comes through it a moment later, in order.
+std::string Written(const test::Terminal& terminal) {
+    constexpr char END = '|';
+    EXPECT_EQ(1, write(terminal.Fd(), &END, 1));
+    std::string bytes;
+    struct pollfd come = {terminal.Master(), POLLIN, 0};
+    while ((bytes.empty() || bytes.back() != END) && poll(&come, 1, 10000) == 1) {
+        bytes += terminal.Bytes();
+    }
+    return bytes.substr(0, bytes.find(END));
 }
 
 }  // namespace
@@ -41,6 +60,22 @@ TEST(ProgressLineText, KnownEndIsTold) {
     progress.total = 10s;
 
     EXPECT_EQ("collecting  1.5s of 10.0s  0 B  0 B/s  3 files", line.Text(progress, START));
+}
+
+TEST(ProgressLine, LineIsErasedBeforeEachPaintingAndOnceBehindTheLast) {
+    test::Terminal terminal;
+    (void)setenv("TERM", "xterm", 1);
+    const int errors = dup(STDERR_FILENO);
+    (void)dup2(terminal.Fd(), STDERR_FILENO);
+    ProgressLine line(false);
+
+    line.Show(Collected(1000));
+    line.Clear();
+    line.Clear();
+
+    (void)dup2(errors, STDERR_FILENO);
+    close(errors);
+    EXPECT_EQ("\r\033[Kcollecting  1.5s  1.0 kB  0 B/s  3 files\r\033[K", Written(terminal));
 }
 
 }  // namespace tiv::host

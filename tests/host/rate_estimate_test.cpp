@@ -58,6 +58,13 @@ TEST_F(RateEstimate, ProcessesWeighTwoRecordsEachWithNameAndTotal) {
     EXPECT_EQ(sizes.processes, 2 * (11 + NAME + 8 + FRAME + 4 + NAME + FRAME));
 }
 
+TEST_F(RateEstimate, ProcessWhoseFileIsOpenedAndCannotBeReadCountsAsNothing) {
+    proc.MakeDir("17/stat");  // opens, and fails at the first byte, as one of an ended process
+    proc.Write("17/statm", "1 2\n");
+
+    EXPECT_EQ(MeasureSamples(proc.Path()).processesAlive, 0u);
+}
+
 TEST_F(RateEstimate, ProcessThatHasGoneCountsAsNothing) {
     proc.MakeDir("17");
 

@@ -87,6 +87,28 @@ TEST(CellSeries, WidenedCellKeepsLeastAndGreatest) {
     EXPECT_DOUBLE_EQ(series.At(0).valueNs, 112.0 * CELL);
 }
 
+TEST(CellSeries, UncoveredCellHasNoPartInAWidenedOne) {
+    CellSeries series;
+    series.Add(4 * CELL, 5 * CELL, 4);
+    series.Add(7 * CELL, 8 * CELL, -10);
+
+    series.Coarsen(1);
+
+    EXPECT_EQ(series.At(2).least, 4);
+    EXPECT_EQ(series.At(3).greatest, -10);
+    EXPECT_EQ(series.At(1).coveredNs, 0) << "in front of the first";
+}
+
+TEST(CellSeries, EmptySeriesIsWidenedForWhatComes) {
+    CellSeries series;
+    series.Coarsen(3);
+    series.Add(8 * CELL, 16 * CELL, 5);
+
+    EXPECT_EQ(series.Shift(), 3u);
+    EXPECT_EQ(series.FirstCell(), 1u);
+    EXPECT_DOUBLE_EQ(series.At(1).valueNs, 5.0 * 8 * CELL);
+}
+
 TEST(CellSeries, ReadingsFarApartStayWithinTheBound) {
     CellSeries series(64);
 

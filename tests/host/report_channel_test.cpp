@@ -62,7 +62,96 @@ TEST_F(ReportModelTest, ChannelsBeyondTheMostAreLeftOut) {
         model.OnChannelCount({number, START + 100 * MS, 0, ALL_CORES, 5, 100 * MS});
     }
 
-    EXPECT_EQ(Decode().Section("channels")["rows"].size(), 64u);
+    model.OnChannelLoss({65, START, 7});
+    model.OnChannelRun({65, 0, 100});
+
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+
+    ASSERT_EQ(rows.size(), 64u);
+    for (const auto& row : rows) {
+        EXPECT_EQ(row[8], 0);
+    }
+}
+
+TEST_F(ReportModelTest, ChannelsThatDifferInAnythingAreTold) {
+    const std::vector<std::string> events = {"e"};
+    const std::vector<std::string> more = {"e", "f"};
+    const auto raw = ChannelClock::RAW_MONOTONIC;
+    model.OnChannel({0, 1, 8, "f", "n", ChannelSource::PERF, raw, 100, events});
+    model.OnChannel({1, 2, 8, "f", "n", ChannelSource::PERF, raw, 100, events});
+    model.OnChannel({0, 3, 9, "f", "n", ChannelSource::PERF, raw, 100, events});
+    model.OnChannel({0, 4, 8, "g", "n", ChannelSource::PERF, raw, 100, events});
+    model.OnChannel({0, 5, 8, "f", "", ChannelSource::PERF, raw, 100, events});
+    model.OnChannel({0, 6, 8, "f", "n", ChannelSource::PERF, ChannelClock::NONE, 100, events});
+    model.OnChannel({0, 7, 8, "f", "n", ChannelSource::PERF, raw, 100, more});
+    for (uint32_t number = 1; number <= 7; ++number) {
+        model.OnChannelCount({number, START, 0, ALL_CORES, number, {}});
+    }
+
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+
+    ASSERT_EQ(rows.size(), 8u);
+    for (size_t i = 0; i < 7; ++i) {
+        EXPECT_EQ(rows[i][4], i + 1);
+    }
+}
+
+TEST_F(ReportModelTest, ChannelsAndStatisticsAreTitledByWhatIsKnownOfThem) {
+    const std::vector<std::string> events = {"e"};
+    const auto title = [&](std::optional<uint32_t> id, const char* name) {
+        ReportModel told;
+        told.OnBegin(CompleteResult());
+        told.OnChannel({0, 1, id, "f", name, ChannelSource::PERF, ChannelClock::NONE, 1, events});
+        told.OnEnd({});
+        return std::string(DecodedPage(told.Encode()).Section("channels")["rows"][0][0]);
+    };
+
+    EXPECT_EQ(title(8, "software"), "Channel 8: software");
+    EXPECT_EQ(title(8, ""), "Channel 8");
+    EXPECT_EQ(title({}, "read"), "Cache statistic: read");
+    EXPECT_EQ(title({}, ""), "Cache statistic");
+}
+
+TEST_F(ReportModelTest, ChannelsSayWhereTheirCountsComeFrom) {
+    const std::vector<std::string> events = {"e"};
+    model.OnChannel({0, 1, 8, "a", "", ChannelSource::PERF, ChannelClock::NONE, 1, events});
+    model.OnChannel({0, 2, {}, "b", "", ChannelSource::STATISTIC, ChannelClock::NONE, 1, events});
+
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0][2], ChannelSourceName(ChannelSource::PERF));
+    EXPECT_EQ(rows[1][2], ChannelSourceName(ChannelSource::STATISTIC));
+}
+
+TEST_F(ReportModelTest, EventsBeyondTheMostOfAChannelAreLeftOut) {
+    const std::vector<std::string> events = Events(ChannelPart::MOST_EVENTS + 1);
+    model.OnChannel(
+        {0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::RAW_MONOTONIC, 100, events});
+    for (const uint32_t event : {0U, 255U, 256U, UINT32_MAX}) {
+        model.OnChannelCount({1, START, event, ALL_CORES, 5, {}});
+    }
+
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+
+    ASSERT_EQ(rows.size(), ChannelPart::MOST_EVENTS);
+    EXPECT_EQ(rows.back()[3], "e255");
+    EXPECT_EQ(rows.back()[4], 5);
+}
+
+TEST_F(ReportModelTest, CountsOfNoTimeHaveNoRate) {
+    const std::vector<std::string> events = {"e"};
+    model.OnChannel(
+        {0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::RAW_MONOTONIC, 100, events});
+    model.OnChannelCount({1, START, 0, ALL_CORES, 5, 0});
+    EXPECT_TRUE(Decode().Section("channel-0").is_null());
+    model.OnChannelCount({1, START + 100 * MS, 0, ALL_CORES, 50, 100 * MS});
+
+    const nlohmann::json row = Decode().Section("channels")["rows"][0];
+
+    EXPECT_EQ(row[4], 55);
+    EXPECT_EQ(row[6], 500.0);
+    EXPECT_EQ(row[7], 500.0);
 }
 
 TEST_F(ReportModelTest, EventsByCoreAreSummedUp) {
@@ -159,9 +248,13 @@ TEST_F(ReportModelTest, NumbersThatDoNotFollowEachOtherAreTold) {
     model.OnChannel({0, 1, 8, "f", "count", ChannelSource::COUNTER, ChannelClock::NONE, 0, events});
     model.OnChannelRun({1, 0, 100});
     model.OnChannelRun({1, 150, 10});
+    model.OnChannel({0, 2, 9, "f", "late", ChannelSource::COUNTER, ChannelClock::NONE, 0, events});
+    model.OnChannelRun({2, 5, 10});  // its first numbers are missing
 
-    const nlohmann::json row = Decode().Section("channels")["rows"][0];
+    const nlohmann::json rows = Decode().Section("channels")["rows"];
+    const nlohmann::json& row = rows[0];
 
+    EXPECT_EQ(rows[1][3], "numbers, 1 places where they did not follow each other");
     EXPECT_EQ(row[3], "numbers, 1 places where they did not follow each other");
     EXPECT_EQ(row[4], 110);
     EXPECT_TRUE(row[6].is_null());

@@ -31,14 +31,20 @@ inline std::string FromBase64(std::string_view text) {
 }
 
 inline std::string Inflate(const std::string& packed) {
-    std::string bytes(64u << 20, '\0');
-    uLongf length = bytes.size();
-    if (uncompress(reinterpret_cast<Bytef*>(bytes.data()), &length,
-                   reinterpret_cast<const Bytef*>(packed.data()), packed.size()) != Z_OK) {
-        throw std::runtime_error("no deflated data");
+    for (size_t room = 128u << 10; room <= (64u << 20); room *= 2) {
+        std::string bytes(room, '\0');
+        uLongf length = room;
+        const int result = uncompress(reinterpret_cast<Bytef*>(bytes.data()), &length,
+                                      reinterpret_cast<const Bytef*>(packed.data()), packed.size());
+        if (result == Z_OK) {
+            bytes.resize(length);
+            return bytes;
+        }
+        if (result != Z_BUF_ERROR) {
+            break;
+        }
     }
-    bytes.resize(length);
-    return bytes;
+    throw std::runtime_error("no deflated data");
 }
 
 // A block with its JSON read and its columns at hand.

@@ -29,6 +29,8 @@ struct Nodes {
         const DecodedPage page(block.Encode(section));
         names = page.model["names"].get<std::vector<std::string>>();
         name = page.Column<uint32_t>(page.model["name"]);
+        modules = page.model["modules"].get<std::vector<std::string>>();
+        module = page.Column<uint32_t>(page.model["module"]);
         parent = page.Column<uint32_t>(page.model["parent"]);
         self = page.Column<uint32_t>(page.model["self"]);
         kind = page.Column<uint8_t>(page.model["codeKind"]);
@@ -47,8 +49,8 @@ struct Nodes {
         return node;
     }
 
-    std::vector<std::string> names;
-    std::vector<uint32_t> name, parent, self;
+    std::vector<std::string> names, modules;
+    std::vector<uint32_t> name, module, parent, self;
     std::vector<uint8_t> kind;
 };
 
@@ -91,6 +93,50 @@ TEST(FlameTree, KindsTellKernelFromUserAndUnknownCode) {
     EXPECT_EQ(nodes.kind[nodes.Find("/app/[libz.so]")], 2);
     EXPECT_EQ(nodes.kind[nodes.Find("/app/[libz.so]/schedule")], 1);
     EXPECT_EQ(nodes.kind[nodes.Find("/app/helper")], 0);
+}
+
+TEST(FlameTree, FunctionsAreNamedWithTheirModulesAndTheUnknownByThem) {
+    FlameTree tree;
+    AddSample(tree, "app", Stack({{"work", "/usr/bin/app"}, {"", "/usr/lib/libz.so"}, {"", ""}}));
+
+    const Nodes nodes(tree);
+    const auto moduleOf = [&](const std::string& path) {
+        return nodes.modules[nodes.module.at(nodes.Find(path))];
+    };
+
+    EXPECT_EQ(moduleOf("/app/[unknown]"), "");
+    EXPECT_EQ(moduleOf("/app/[unknown]/[libz.so]"), "/usr/lib/libz.so");
+    EXPECT_EQ(moduleOf("/app/[unknown]/[libz.so]/work"), "/usr/bin/app");
+}
+
+TEST(FlameTree, KernelIsKnownByItsModules) {
+    for (const char* module : {"[kernel.kallsyms]", "[guest.kernel.kallsyms]", "/lib/a.ko",
+                               "/boot/vmlinux", "a.ko.xz", "a.ko.zst", "[bpf_prog]"}) {
+        FlameTree tree;
+        AddSample(tree, "app", Stack({{"f", module}}));
+        EXPECT_EQ(Nodes(tree).kind.at(2), 1) << module;
+    }
+    for (const char* module : {"", "a", ".k", "/usr/lib/a.koz", "vmlinux.old", "[vdso]", "ko"}) {
+        FlameTree tree;
+        AddSample(tree, "app", Stack({{"f", module}}));
+        EXPECT_EQ(Nodes(tree).kind.at(2), 0) << module;
+    }
+}
+
+TEST(FlameTree, FunctionsForWhoseNamesThereIsNoRoomHaveNone) {
+    FlameTree tree;
+    std::string name;
+    for (size_t i = 0; i < FlameTree::MOST_NAMES; ++i) {  // none, "all" and "app" are names as well
+        name = "f" + std::to_string(i);
+        AddSample(tree, "app", Stack({{name.c_str(), "m"}}));
+    }
+
+    const Nodes nodes(tree);
+
+    EXPECT_EQ(nodes.names.size(), FlameTree::MOST_NAMES);
+    EXPECT_EQ(nodes.PathOf(2), "/app/");
+    EXPECT_EQ(nodes.self[2], 3u);
+    EXPECT_EQ(nodes.self[nodes.Find("/app/f0")], 1u);
 }
 
 TEST(FlameTree, FramesWithoutSymbolThatFollowEachOtherAreOneNode) {

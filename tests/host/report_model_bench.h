@@ -45,6 +45,23 @@ class ReportModelTest : public testing::Test {
         model.OnSystemCpu(row);
     }
 
+    // A row for each section of the page.
+    void AddSomethingOfEverything() {
+        const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
+        const std::vector<std::string> events = {"e"};
+        AddCpu(100, ALL_CORES, 50, 0, 50);
+        AddCpu(100, 0, 50, 0, 50);
+        AddProcess(1, 7, "p", 1, 4096);
+        model.OnMemoryKey({0, 0, "MemTotal", true});
+        model.OnMemoryKey({0, 1, "MemFree", true});
+        model.OnMemory({0, START, 0, 1000});
+        model.OnMemory({0, START, 1, 400});
+        model.OnChannel({0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::NONE, 100, events});
+        model.OnProfileSample({0, START, {}, {}, {}, "app", "cycles", 1, stack});
+        model.OnChunk({0, START, 1000, "data/llc.data"});
+        model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
+    }
+
     void AddProcess(uint64_t process, uint32_t pid, const char* name, uint64_t cpuMs,
                     uint64_t residentBytes) {
         ProcessCpuRow cpu;

@@ -1,6 +1,7 @@
 // Tests of what a page tells of a result.
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <set>
 
 #include "host/report_model_bench.h"
@@ -301,17 +302,26 @@ TEST_F(ReportModelTest, PlotsStandBeforeTheProfileAndTablesLast) {
                                              "core-table-0", "files"}));
 }
 
+TEST_F(ReportModelTest, TablesAreOrderedByTheFigureThatPeopleLookForFirst) {
+    AddSomethingOfEverything();
+
+    const DecodedPage page = Decode();
+    std::map<std::string, std::string> orders;
+    for (const auto& section : page.model["sections"]) {
+        if (section.at("kind") == "table") {
+            const auto sorted = section.at("sort").get<size_t>();
+            orders[section.at("id")] = section.at("columns").at(sorted).at("name");
+        }
+    }
+
+    const std::map<std::string, std::string> wanted = {
+        {"channels", "count"},   {"core-table-0", "busy"},    {"files", "size"},
+        {"functions-0", "self"}, {"memory-table-0", "range"}, {"processes", "CPU time"}};
+    EXPECT_EQ(orders, wanted);
+}
+
 TEST_F(ReportModelTest, SectionsHaveTheirTitlesAndTablesAColumnForEachCell) {
-    const std::vector<StackFrame> stack = {{1, "f", 0, "m"}};
-    const std::vector<std::string> events = {"e"};
-    AddCpu(100, 0, 50, 0, 50);
-    AddProcess(1, 7, "p", 1, 4096);
-    model.OnMemoryKey({0, 0, "MemTotal", true});
-    model.OnMemory({0, START, 0, 1000});
-    model.OnChannel({0, 1, 8, "f", "", ChannelSource::PERF, ChannelClock::NONE, 100, events});
-    model.OnProfileSample({0, START, {}, {}, {}, "app", "cycles", 1, stack});
-    model.OnChunk({0, START, 1000, "data/llc.data"});
-    model.OnFile({0, "data/x", FileKind::SYSTEM_CPU, 10, 1, 2, 3, "cut"});
+    AddSomethingOfEverything();
 
     const DecodedPage page = Decode();
     std::set<std::string> seen;
@@ -323,7 +333,7 @@ TEST_F(ReportModelTest, SectionsHaveTheirTitlesAndTablesAColumnForEachCell) {
             EXPECT_TRUE(!row.is_array() || row.size() == section.at("columns").size()) << id;
         }
     }
-    EXPECT_EQ(seen, (std::set<std::string>{"chart", "empty", "flame", "table"}));
+    EXPECT_EQ(seen, (std::set<std::string>{"chart", "flame", "heatmap", "table"}));
 }
 
 TEST_F(ReportModelTest, SeriesOfAChartDifferInTheirColours) {

@@ -1,13 +1,22 @@
 // Tests of the data's form in a page.
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <cmath>
+#include <new>
 
 #include "host/report/page_block.h"
 #include "host/report_decode.h"
+#include "support/failing_new.h"
+
+// The linker sends the calls of compress2 to __wrap_compress2, below.
+extern "C" int __real_compress2(Bytef* packed, uLongf* length, const Bytef* bytes, uLong size,
+                                int level);
 
 namespace tiv::host {
 namespace {
+
+bool hasNoMemory = false;
 
 using nlohmann::ordered_json;
 
@@ -35,6 +44,14 @@ TEST(PageBlock, ColumnsComeBackFromTheEncodedBlock) {
               (std::vector<uint32_t>{7, 4000000000u}));
 }
 
+TEST(PageBlock, EveryColumnNamesTheTypeThatThePageReads) {
+    PageBlock block;
+
+    EXPECT_EQ(block.AddBytes({1})["t"], "u1");
+    EXPECT_EQ(block.AddFloats({1.0f})["t"], "f4");
+    EXPECT_EQ(block.AddNumbers({1})["t"], "u4");
+}
+
 TEST(PageBlock, EveryColumnBeginsAtAMultipleOfEight) {
     PageBlock block;
     (void)block.AddBytes({1, 2, 3});
@@ -42,6 +59,16 @@ TEST(PageBlock, EveryColumnBeginsAtAMultipleOfEight) {
     EXPECT_EQ(block.AddFloats({1.0f})["o"], 8);
     EXPECT_EQ(block.AddNumbers({1, 2, 3})["o"], 16);
     EXPECT_EQ(block.AddBytes({})["o"], 32);
+}
+
+TEST(PageBlock, RoundingTakesNoMoreRoomThanTheColumn) {
+    const std::vector<float> values((1 << 16) + 2, 0.5f);  // a doubled room would be twice as large
+    PageBlock block;
+    test::FailNextNewOfAtLeast(2 * (1 << 16) * sizeof(float));
+
+    EXPECT_EQ(block.AddFloats(values)["n"], values.size());
+
+    test::FailNextNewOfAtLeast(0);
 }
 
 TEST(PageBlock, FloatsAreRoundedToTheNearestOfFiveDigits) {
@@ -79,5 +106,21 @@ TEST(PageBlock, TextThatIsNoUtf8IsReplacedRatherThanRefused) {
     EXPECT_EQ(page.model["name"], "a\xef\xbf\xbd\xef\xbf\xbd");
 }
 
+TEST(PageBlock, CompressionWithoutMemoryFailsAsAnyAllocationDoes) {
+    PageBlock block;
+    hasNoMemory = true;
+
+    EXPECT_THROW((void)block.Encode({{"name", "a"}}), std::bad_alloc);
+
+    hasNoMemory = false;
+    EXPECT_NE("", block.Encode({{"name", "a"}}));
+}
+
 }  // namespace
 }  // namespace tiv::host
+
+extern "C" int __wrap_compress2(Bytef* packed, uLongf* length, const Bytef* bytes, uLong size,
+                                int level) {
+    return tiv::host::hasNoMemory ? Z_MEM_ERROR
+                                  : __real_compress2(packed, length, bytes, size, level);
+}

@@ -115,6 +115,15 @@ TEST(PageGrid, MeanColumnHasTheMeansAndNoNumberWhereNothingWasMeasured) {
     EXPECT_EQ(column[3], 8);
 }
 
+TEST(PageGrid, SeriesThatIsLongerThanTheGridIsCut) {
+    PageGrid grid;
+    grid.Include(0, SeriesOver(10, 12, 1));
+    grid.Fix();
+    CellSeries longer = SeriesOver(8, 3000, 4);
+
+    EXPECT_EQ(MeanColumn(grid, 0, longer), (std::vector<float>{4, 4}));
+}
+
 TEST(PageGrid, ShareColumnCountsAPartlyCoveredCellForItsPart) {
     PageGrid grid;
     CellSeries series;

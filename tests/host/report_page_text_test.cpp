@@ -23,6 +23,14 @@ TEST(PageText, CharactersThatTurnTheWritingAroundCanBeSeen) {
     EXPECT_EQ(PageText("\xe2\x81\xa6x\xe2\x81\xa9"), "\\u2066x\\u2069");
 }
 
+TEST(PageText, FirstAndLastOfThoseCharactersCanBeSeenAndTheirNeighboursStay) {
+    EXPECT_EQ(PageText("\u200b\u200f\u2028\u202e\u2060\u2069"),
+              "\\u200b\\u200f\\u2028\\u202e\\u2060\\u2069");
+    for (const char* text : {"\u200a", "\u2010", "\u2027", "\u202f", "\u205f", "\u206a"}) {
+        EXPECT_EQ(PageText(text), text);
+    }
+}
+
 TEST(PageText, NeighboursOfThoseCharactersStay) {
     EXPECT_EQ(PageText("a\xe2\x80\x93z"), "a–z");
     EXPECT_EQ(PageText("\xe2\x82\xac"), "€");

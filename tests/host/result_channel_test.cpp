@@ -100,6 +100,17 @@ TEST(Channel, FileThatIsNeitherIsUnreadable) {
               Parse("TIVC" + Little(1u) + PERF_FILE.substr(16)).unreadableBytes);
 }
 
+TEST(Channel, NameEndsWithItsField) {
+    std::string bytes = PerfHeader();
+    bytes.replace(32, 32, std::string(32, 'n'));  // the number of events follows at once
+    ChannelHeaderView header;
+
+    ASSERT_EQ(HeaderParse::READ, ParseChannelHeader(bytes, header));
+
+    EXPECT_EQ(std::string(32, 'n'), header.name);
+    EXPECT_EQ(2u, header.events.size());
+}
+
 TEST(Channel, TextWithoutTheMarkIsNoHeader) {
     ChannelHeaderView header;
 

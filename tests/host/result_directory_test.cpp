@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
+#include <set>
 
 #include <nlohmann/json.hpp>
 
+#include "support/scoped_limit.h"
 #include "support/temp_dir.h"
 
 using namespace tiv::host;
@@ -61,6 +64,13 @@ class ResultDirectoryTest : public testing::Test {
         const ResultDirectory result = Open();
         EXPECT_EQ(1u, result.problems.size());
         return result.problems.empty() ? "" : result.problems.back();
+    }
+
+    static std::unique_ptr<tiv::test::ScopedLimit> FreeDescriptors(rlim_t count) {
+        const int next = dup(STDIN_FILENO);
+        (void)close(next);
+        return std::make_unique<tiv::test::ScopedLimit>(RLIMIT_NOFILE,
+                                                        static_cast<rlim_t>(next) + count);
     }
 
     tiv::test::TempDir directory_;
@@ -289,6 +299,22 @@ TEST_F(ResultDirectoryTest, DeviceDirectoryThatIsGoneIsAProblem) {
     EXPECT_EQ("device_7 is missing", Problem());
 }
 
+TEST_F(ResultDirectoryTest, FilesOfADirectoryThatCannotBeListedAreNotCalledMissing) {
+    (void)directory_.MakeDir("device_0/data/deep");
+    (void)directory_.MakeDir("device_1/data/deep");
+    directory_.Write("device_1/SystemCpuUsage.data", "abc");
+    manifest_["devices"].push_back(Device(1));
+    directory_.Write("manifest.json", manifest_.dump());
+    (void)OpenAsItIs();                     // a sanitizer's first look at a type takes a descriptor
+    const auto limit = FreeDescriptors(2);  // for a device and its data, no deeper
+
+    const ResultDirectory result = OpenAsItIs();
+
+    EXPECT_EQ((std::vector<std::string>{"device_0 cannot be listed: Too many open files",
+                                        "device_1 cannot be listed: Too many open files"}),
+              result.problems);
+}
+
 TEST_F(ResultDirectoryTest, DeviceThatTheManifestDoesNotTellOfIsReadAndTold) {
     (void)directory_.MakeDir("device_3");
     directory_.Write("device_3/x", "1");
@@ -316,7 +342,10 @@ TEST_F(ResultDirectoryTest, LinksPipesAndDeepDirectoriesAreNotFollowed) {
     const ResultDirectory result = Open();
 
     EXPECT_EQ(1u, result.files.size());
-    EXPECT_EQ(3u, result.problems.size());
+    EXPECT_EQ((std::set<std::string>{"device_0/data/Memory.data: no regular file, not read",
+                                     "device_0/data/llc.data: no regular file, not read",
+                                     "device_0/loop: no regular file, not read"}),
+              std::set<std::string>(result.problems.begin(), result.problems.end()));
 }
 
 TEST_F(ResultDirectoryTest, FilesOfAProcessStandSideBySideInTheOrderOfTheNumbers) {

@@ -71,6 +71,28 @@ TEST(ResultInfo, JsonHoldsDevicesAndFiles) {
     EXPECT_EQ(info["devices"][0]["files"][0]["bytes"], 1500);
 }
 
+TEST(ResultInfo, JsonHoldsAllThatIsKnown) {
+    ResultDirectory result = Whole();
+    result.tool = "tivctl 1.0.0";
+    result.stoppedEarly = true;
+    result.ended = "2026-11-21T03:14:09.000Z";
+    result.askedMs = 2000;
+    result.clock = ClockPair{7, 5};
+    result.problems = {"data/x is missing"};
+    result.files.resize(1);
+
+    EXPECT_EQ(InfoJson(result),
+              R"({"path":"PROF_1","state":"complete","complete":false,)"
+              R"("problems":["data/x is missing"],"tool":"tivctl 1.0.0","stoppedEarly":true,)"
+              R"("units":{"pageBytes":4096,"ticksPerSecond":100},)"
+              R"("started":"2026-11-21T03:14:07.123Z","ended":"2026-11-21T03:14:09.000Z",)"
+              R"("askedMs":2000,"clock":{"wallNs":7,"rawNs":5},)"
+              R"("devices":[{"device":3,"directory":"device_3","jobId":"job-1",)"
+              R"("samplers":["cpu","llc"],"complete":true,"finishArrived":true,"failure":"",)"
+              R"("files":[{"name":"data/llc.data","kind":"channel","bytes":1500}]}]})"
+              "\n");
+}
+
 TEST(ResultInfo, JsonLeavesOutWhatIsNotKnown) {
     ResultDirectory result = Whole();
     result.started.clear();

@@ -165,6 +165,15 @@ TEST(Process, MemoryReadingThatIsNoneIsCounted) {
     }
 }
 
+TEST(Process, NameOf255BytesIsTheLongest) {
+    const std::string longest(255, 'x');
+
+    EXPECT_EQ(longest, Name(Reading(Record(1, 0, CpuReading(longest, 1, 2, 3)))));
+    EXPECT_EQ(longest, Name(Reading("", Record(1, 0, MemoryReading(longest)))));
+    EXPECT_EQ(1u, Reading(Record(1, 0, CpuReading(longest + "x", 1, 2, 3))).unreadable);
+    EXPECT_EQ(1u, Reading("", Record(1, 0, MemoryReading(longest + "x"))).unreadable);
+}
+
 TEST(Process, LivesOfOneProcessIdAreBounded) {
     std::string stream;
     for (uint32_t i = 0; i < 4100; ++i) {

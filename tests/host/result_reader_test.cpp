@@ -96,6 +96,38 @@ TEST_F(ResultReaderTest, UnreadablePlacesBecomeProblems) {
               log.outcome.problems);
 }
 
+TEST_F(ResultReaderTest, FileOfNoKnownKindIsListedAndNotRead) {
+    directory_.Write("device_0/data/notes.txt", "whatever");
+    ReadProgress last;
+
+    const TableLog& log = Read([&](const ReadProgress& progress) {
+        last = progress;
+        return true;
+    });
+
+    EXPECT_EQ(1, std::count(log.lines.begin(), log.lines.end(),
+                            "file 0 data/notes.txt other 8 bytes, 0 read, 0 in 0 unreadable"));
+    EXPECT_TRUE(log.outcome.problems.empty());
+    EXPECT_EQ(last.total, last.bytes) << "it is no part of the work";
+}
+
+TEST_F(ResultReaderTest, VisitorTakesOnlyTheRowsThatItWants) {
+    class Files : public TableVisitor {
+     public:
+        int files = 0;
+
+     private:
+        void OnFile(const FileRow& /*row*/) override { ++files; }
+    } visitor;
+    directory_.Write("device_0.chunks.csv", "received_ns,bytes,file\n1,2,data/a\n");
+    std::string error;
+    const auto result = OpenResult(directory_.Path(), error);
+
+    EXPECT_TRUE(ResultReader(*result, visitor).Read().problems.empty());
+
+    EXPECT_EQ(13, visitor.files);
+}
+
 TEST_F(ResultReaderTest, FileThatGoesAfterTheLookIsAProblem) {
     std::string error;
     const auto result = OpenResult(directory_.Path(), error);
@@ -173,7 +205,7 @@ TEST_F(ResultReaderTest, RandomDamageIsReadToTheEnd) {
     std::mt19937 random(20261121);
     const std::string names[] = {"SystemCpuUsage.data", "Memory.data",   "7-CpuUsage.data",
                                  "7-Memory.data",       "8-Memory.data", "ai_ctrl_cpu.data"};
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 40; ++round) {
         WriteFiles("device_0/data/");
         for (const std::string& name : names) {
             std::string bytes = directory_.Read("device_0/data/" + name);

@@ -18,7 +18,9 @@ std::string Fit(std::string_view bytes) {
 }  // namespace
 
 TEST(Utf8Text, TextOfEveryLengthOfCharacterStays) {
-    const std::string text = "a\x7f \xc2\x80 \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf\n\"<b>";
+    const std::string text =
+        "a\x7f \xc2\x80 \xe2\x82\xac \xed\x9f\xbf \xee\x80\x80 \xf0\x9f\x98\x80 "
+        "\xf4\x8f\xbf\xbf\n\"<b>";
 
     EXPECT_EQ(text, Fit(text));
 }
@@ -33,6 +35,7 @@ TEST(Utf8Text, OverlongFormsSurrogatesAndCutCharactersAreNoText) {
     EXPECT_EQ("\\xc0\\xaf", Fit("\xc0\xaf"));
     EXPECT_EQ("\\xe0\\x80\\xaf", Fit("\xe0\x80\xaf"));
     EXPECT_EQ("\\xed\\xa0\\x80", Fit("\xed\xa0\x80"));
+    EXPECT_EQ("\\xed\\xbf\\xbf", Fit("\xed\xbf\xbf"));
     EXPECT_EQ("\\xf4\\x90\\x80\\x80", Fit("\xf4\x90\x80\x80"));
     EXPECT_EQ("x\\xe2\\x82", Fit("x\xe2\x82"));
     EXPECT_EQ("\\xf0\\x80\\x80\\x80", Fit("\xf0\x80\x80\x80"));

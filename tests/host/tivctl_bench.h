@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/session_bytes.h"
+#include "support/scoped_limit.h"
 #include "support/temp_dir.h"
 
 namespace tiv::test {
@@ -143,6 +144,20 @@ class TivctlRun {
 
     const TempDir& directory_;
     pid_t pid_ = -1;
+};
+
+// While it lives, programs that are started have no room for a thread: its stack would take more
+// than there is.
+class HugeStacks {
+#if defined(__has_feature)
+    static constexpr bool THREAD_SANITIZER = __has_feature(thread_sanitizer);
+#else
+    static constexpr bool THREAD_SANITIZER = false;
+#endif
+    // The thread sanitizer keeps most addresses for itself.
+    static constexpr rlim_t BYTES = THREAD_SANITIZER ? 1ULL << 38 : 1ULL << 47;
+
+    const ScopedLimit limit_{RLIMIT_STACK, BYTES};
 };
 
 // A runtime directory, an output directory, and the sockets of devices.

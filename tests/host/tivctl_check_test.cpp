@@ -140,6 +140,16 @@ TEST_F(TivctlCheck, OptionsGoBeforeTheFile) {
     EXPECT_EQ(6, plan["devices"][0]["sampleConfig"]["ddr_interval"]);
 }
 
+TEST_F(TivctlCheck, EventsGoBeforeThoseOfTheFile) {
+    const std::string file = JobFile(R"({"llc": "miss", "ctrlCpu": ["cycles"]})");
+
+    EXPECT_EQ(0, Check({file, "--llc", "write", "--ctrl-cpu", "0x8"})) << tivctl_->Errors();
+
+    EXPECT_EQ(2, Check({file}));
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("--llc miss is no event"));
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("--ctrl-cpu cycles is no event"));
+}
+
 TEST_F(TivctlCheck, CommandBehindTheDashesTakesThePlaceOfTheFilesCourse) {
     const std::string file = JobFile(R"({"duration": "9s", "repeat": 2, "every": "10s"})");
 

@@ -1,11 +1,22 @@
 // The course of a collection: replays, and the life of a command.
 #include "host/tivctl_bench.h"
+#include "host/version.h"
 
 namespace tiv::test {
 namespace {
 
 using nlohmann::json;
 namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+// In the order of the alphabet.
+Texts KeysOf(const json& object) {
+    Texts keys;
+    for (const auto& entry : object.items()) {
+        keys.push_back(entry.key());
+    }
+    return keys;
+}
 
 class TivctlCourse : public TivctlTest {
  protected:
@@ -149,6 +160,22 @@ TEST_F(TivctlCourse, CtrlCReachesTheCommandAndTheJobEndsWithIt) {
     EXPECT_NE(std::string::npos, tivctl_->Errors().find("the job ends when the command does"));
 }
 
+TEST_F(TivctlCourse, QuietTellsTheStatusOnlyOfACommandThatFailed) {
+    Listen(0);
+    Collect({"--quiet", "--", "true"});
+    Begin();
+    End();
+    EXPECT_EQ(0, tivctl_->Wait());
+    EXPECT_EQ("", tivctl_->Errors());
+
+    Collect({"--quiet", "--", "false"});
+    Begin();
+    End();
+
+    EXPECT_EQ(0, tivctl_->Wait());
+    EXPECT_EQ("tivctl: false: exit status 1\n", tivctl_->Errors());
+}
+
 TEST_F(TivctlCourse, CommandThatASignalEndsIsToldSo) {
     Listen(0);
     Collect(With("kill -KILL $$"));
@@ -211,6 +238,33 @@ TEST_F(TivctlCourse, UnitsOfTheCardStandInTheManifest) {
     EXPECT_EQ(0, tivctl_->Wait());
 
     EXPECT_EQ((json{{"pageBytes", 65536}, {"ticksPerSecond", 250}}), Manifest()["units"]);
+}
+
+TEST_F(TivctlCourse, ManifestHoldsTheJobAndWhatCame) {
+    Listen(0);
+    Collect({"--duration", "0s"});
+    Begin();
+    End();
+
+    EXPECT_EQ(0, tivctl_->Wait());
+
+    const json manifest = Manifest();
+    EXPECT_EQ((Texts{"askedMs", "complete", "devices", "ended", "format", "hostClock", "replays",
+                     "started", "state", "stoppedEarly", "tool", "units"}),
+              KeysOf(manifest));
+    EXPECT_EQ(1, manifest["format"]);
+    EXPECT_EQ(std::string("tivctl ") + host::VERSION, manifest["tool"]);
+    EXPECT_LE(manifest["started"], manifest["ended"]);
+    const json device = manifest["devices"][0];
+    EXPECT_EQ((Texts{"bytes", "chunks", "complete", "device", "directory", "failure", "files",
+                     "finishArrived", "jobId", "refusedNames", "sampleConfig", "samplers"}),
+              KeysOf(device));
+    EXPECT_NE("", device["jobId"]);
+    EXPECT_EQ(device["sampleConfig"]["job_id"], device["jobId"]);
+    EXPECT_EQ(0, device["device"]);
+    EXPECT_EQ("device_0", device["directory"]);
+    EXPECT_EQ("", device["failure"]);
+    EXPECT_EQ(true, device["finishArrived"]);
 }
 
 }  // namespace

@@ -142,6 +142,50 @@ TEST_F(TivctlDevices, BrokenDriverConfigurationIsTold) {
     EXPECT_NE(std::string::npos, tivctl_->Errors().find("mend the file that TIV_DRIVER_CONFIG"));
 }
 
+TEST_F(TivctlDevices, ProbeOfADeviceThatIsNotReachedIsToldSo) {
+    const json device = List({"--probe", "--device", "9"}, 3)["devices"][0];
+
+    EXPECT_EQ("unreachable", device["state"]);
+    const std::string reason = device["reason"];
+    EXPECT_EQ(0u, reason.find("cannot reach device 9: No such file or directory; no daemon"));
+}
+
+TEST_F(TivctlDevices, PlatformOfADriverThatTellsNothingIsUnknown) {
+    ConfigureDriver("{");
+
+    EXPECT_TRUE(List({"--device", "9"}, 3)["platform"].is_null());
+    Start({"--device", "9"});
+
+    EXPECT_EQ(3, tivctl_->Wait());
+
+    const std::string table = tivctl_->Output();
+    const std::string end = "\nplatform type: unknown\n";
+    EXPECT_EQ(table.size() - end.size(), table.find(end)) << table;
+}
+
+TEST_F(TivctlDevices, ThreadThatCannotBeStartedIsTold) {
+    Listen(0);
+    const HugeStacks stacks;
+    Start({"--probe"});
+
+    EXPECT_EQ(1, tivctl_->Wait());
+
+    EXPECT_EQ("tivctl: cannot go on: Resource temporarily unavailable\n", tivctl_->Errors());
+    EXPECT_EQ("", tivctl_->Output());
+}
+
+TEST_F(TivctlDevices, BrokenDriverConfigurationIsToldAlsoForANamedDevice) {
+    ConfigureDriver("{");
+    Start({"--device", "9"});
+
+    EXPECT_EQ(3, tivctl_->Wait());
+
+    EXPECT_EQ(0u,
+              tivctl_->Errors().find("tiv_driver: warning: driver configuration cannot be used"))
+        << tivctl_->Errors();
+    EXPECT_NE(std::string::npos, tivctl_->Output().find("the driver said above what is wrong"));
+}
+
 TEST_F(TivctlDevices, QuietLeavesTheExitCode) {
     Start({"--quiet"});
 

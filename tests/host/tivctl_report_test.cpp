@@ -112,10 +112,25 @@ TEST_F(ReportCommand, IncompleteResultIsToldAndShown) {
 
     EXPECT_EQ(0, Run({"report", Golden("incomplete"), "--output", path, "--quiet"}));
 
-    EXPECT_NE(std::string::npos, tivctl_->Errors().find("INCOMPLETE")) << tivctl_->Errors();
+    EXPECT_EQ(
+        "tivctl: the result is INCOMPLETE, and the page says so: device 0: the data session ended "
+        "before the device had sent everything; and 2 more, see `tivctl info " +
+            Golden("incomplete") + "`\n",
+        tivctl_->Errors());
     EXPECT_EQ("", tivctl_->Output());
     EXPECT_EQ("incomplete", DataOf(path).model["state"]);
     EXPECT_NE(0u, DataOf(path).model["missing"].size());
+}
+
+TEST_F(ReportCommand, OnlyProblemOfAResultIsTold) {
+    const std::string result = Copy("complete");
+    std::filesystem::remove(result + "/device_0/data/1-Memory.data");
+
+    EXPECT_EQ(0, Run({"report", result, "--quiet"}));
+
+    const std::string errors = tivctl_->Errors();
+    EXPECT_NE(std::string::npos, errors.find("device_0/data/1-Memory.data")) << errors;
+    EXPECT_EQ(std::string::npos, errors.find(" more, see")) << errors;
 }
 
 TEST_F(ReportCommand, ProfileOfAResultIsAFlameGraph) {

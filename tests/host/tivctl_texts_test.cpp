@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <regex>
 #include <set>
+#include <sstream>
+#include <utility>
 
 #include "host/tivctl_bench.h"
 
@@ -89,6 +91,30 @@ TEST_F(TivctlTexts, ManualAndHelpTellTheSameExitCodesAndVariables) {
     EXPECT_EQ((Names{"0", "1", "2", "3", "4", "130"}), Found(help, "\n  ([0-9]+) "));
 }
 
+TEST_F(TivctlTexts, HelpAndManualSayWhatTheOptionsLeaveOpen) {
+    const std::string manual = Manual();
+    const std::pair<const char*, const char*> told[] = {
+        {"devices", "Exit code 0 when a device can be reached, 3 when none can."},
+        {"check", "Exit code 0 when the job is good, 2 when it is refused."},
+        {"collect", "Its exit status is told at the end and in the manifest"},
+        {"top", "Keys: q or Ctrl-C quits and ends the job;"},
+        {"info", "The exit code is 0 for a complete result and 4 for any other."},
+        {"report", "The page is one file that opens without a network"},
+        {"export", "An export of an incomplete result says so"},
+        {"completion", "zsh: write it to a file _tivctl in a directory of $fpath."}};
+    for (const auto& [command, text] : told) {
+        EXPECT_NE(std::string::npos, Output({command, "--help"}).find(text)) << command;
+        EXPECT_NE(std::string::npos, manual.find(text)) << command;
+    }
+}
+
+TEST_F(TivctlTexts, ManualTellsHowEachCommandIsCalled) {
+    const std::string page = Output({"man"});
+    for (const std::string& command : Commands()) {
+        EXPECT_NE(std::string::npos, page.find("\\fBtivctl " + command + "\\fR [")) << command;
+    }
+}
+
 TEST_F(TivctlTexts, ManualIsWholeAndNoTextIsACommandOfTheFormatter) {
     const std::string page = Output({"man"});
 
@@ -124,6 +150,18 @@ TEST_F(TivctlTexts, ZshAndFishNameEveryOptionOfEveryCommand) {
                 << command << option;
         }
     }
+}
+
+TEST_F(TivctlTexts, EveryLineOfTheFishScriptIsACompletionOfTivctl) {
+    const std::regex completion(
+        "complete -c tivctl -n (__fish_use_subcommand|'__fish_seen_subcommand_from [a-z]+')"
+        "( -l [a-z-]+| -s [a-z])* -[frx]( -a ([a-z]+|'[a-z ]+'))?( -d '([^'\\\\]|\\\\')*')?");
+    std::istringstream script(Output({"completion", "fish"}));
+    size_t lines = 0;
+    for (std::string line; std::getline(script, line); ++lines) {
+        EXPECT_TRUE(lines == 0 || std::regex_match(line, completion)) << line;
+    }
+    EXPECT_LT(Commands().size(), lines);
 }
 
 TEST_F(TivctlTexts, UnknownShellIsRefusedWithTheKnownOnes) {

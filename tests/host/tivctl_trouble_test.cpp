@@ -1,4 +1,6 @@
 // Collections that meet trouble on the way: steps that a device refuses, places that don't fit.
+#include <utility>
+
 #include "common/utils.h"
 #include "host/tivctl_bench.h"
 
@@ -133,6 +135,61 @@ TEST_F(TivctlTrouble, StatusOfTheCommandIsToldToWhoIgnoresItsChildren) {
 
     EXPECT_NE(std::string::npos, tivctl_->Errors().find("/bin/sh: exit status 7\n"));
     EXPECT_EQ(7, Manifest()["command"]["exitStatus"]);
+}
+
+TEST_F(TivctlTrouble, OnlyTheDeviceWhoseSessionEndsIsToldSo) {
+    Listen(1);
+    const int second = listener_;
+    Listen(0);
+    Collect({"--device", "0", "--device", "1", "--llc", "read", "--duration", "1h"});
+    Begin();
+    const auto control = std::move(control_);
+    const auto data = std::move(data_);
+    close(std::exchange(listener_, second));
+    Begin();
+    data_.reset();
+    for (ScriptedSession* session : {control.get(), control_.get()}) {
+        EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", session->ReadAndAnswer());
+        EXPECT_EQ("analysis.rokt.proto.JobStopReq", session->ReadAndAnswer());
+    }
+    data->Send(FinishMessage());
+
+    EXPECT_EQ(4, tivctl_->Wait());
+
+    const std::string errors = tivctl_->Errors();
+    EXPECT_NE(std::string::npos, errors.find("device 1: a session ended in the middle")) << errors;
+    EXPECT_EQ(std::string::npos, errors.find("device 0: ")) << errors;
+    EXPECT_EQ(true, Manifest()["devices"][0]["complete"]);
+}
+
+TEST_F(TivctlTrouble, CollectionWithoutRoomForAThreadIsNotBegun) {
+    Listen(0);
+    const HugeStacks stacks;
+    Collect({});
+
+    EXPECT_EQ(1, tivctl_->Wait());
+
+    EXPECT_EQ(
+        "tivctl: cannot go on: Resource temporarily unavailable; raise the limits of memory and "
+        "threads, or name fewer devices\n",
+        tivctl_->Errors());
+    EXPECT_TRUE(fs::is_empty(output_));
+}
+
+TEST_F(TivctlTrouble, ManifestThatCannotBeWrittenAtTheEndExits1) {
+    Listen(0);
+    Collect({"--duration", "0s"});
+    Begin();
+    EXPECT_EQ("analysis.rokt.proto.ReplayStopReq", control_->ReadAndAnswer());
+    fs::remove_all(Result());
+    EXPECT_EQ("analysis.rokt.proto.JobStopReq", control_->Read());
+    data_->Send(FinishMessage());
+    control_->Send(AnswerMessage(0));
+
+    EXPECT_EQ(1, tivctl_->Wait());
+
+    EXPECT_NE(std::string::npos, tivctl_->Errors().find("/manifest.json: No such file or directory"
+                                                        "; make room there, or choose another"));
 }
 
 TEST_F(TivctlTrouble, ResultWithoutRoomForADeviceIsNotBegun) {

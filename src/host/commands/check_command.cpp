@@ -14,8 +14,10 @@ namespace {
 class CheckCommand : public Command {
  public:
     CLI::App* Declare(CLI::App& app) override;
-    [[nodiscard]] bool TakesProgram() const override { return true; }
-    void SetProgram(const std::vector<std::string>& words) override { job_.SetProgram(words); }
+    bool TakeProgram(const std::vector<std::string>& words) override {
+        job_.SetProgram(words);
+        return true;
+    }
     int Run() override;
 
  private:

@@ -22,9 +22,11 @@ class Command {
 
     // Adds the subcommand and its options, which write into this object. Returns it; `app` owns it.
     virtual CLI::App* Declare(CLI::App& app) = 0;
-    // Whether words behind "--" are a program and its arguments for this command, and those words.
-    [[nodiscard]] virtual bool TakesProgram() const { return false; }
-    virtual void SetProgram(const std::vector<std::string>& /*words*/) {}
+    // Takes the words behind "--", a program and its arguments. False from a command that runs
+    // none.
+    [[nodiscard]] virtual bool TakeProgram(const std::vector<std::string>& /*words*/) {
+        return false;
+    }
     // Does the work and returns the exit code. Says what went wrong itself.
     [[nodiscard]] virtual int Run() = 0;
 };

@@ -8,17 +8,15 @@ namespace tiv::host {
 
 namespace {
 
-// The placeholder may carry a list of values behind a colon: "FORMAT:{csv,sqlite}".
-void SplitPlaceholder(const std::string& placeholder, OptionText& option) {
-    const size_t open = placeholder.find('{');
-    const size_t close = placeholder.rfind('}');
-    option.value = placeholder.substr(0, placeholder.find(':'));
-    if (open == std::string::npos || close == std::string::npos) {
-        return;
-    }
-    option.choices = CLI::detail::split(placeholder.substr(open + 1, close - open - 1), ',');
-    if (option.value.empty() || option.value.front() == '{') {
-        option.value = "VALUE";
+// The name of a value may carry a list of the values behind a colon: "FORMAT:{csv,sqlite}". Without
+// a name of its own it is "VALUE".
+void SplitValueName(const std::string& valueName, OptionText& option) {
+    const std::string name = valueName.substr(0, valueName.find(':'));
+    option.value = name.empty() ? "VALUE" : name;
+    const size_t open = valueName.find('{');
+    if (open != std::string::npos) {
+        const size_t close = valueName.rfind('}');
+        option.choices = CLI::detail::split(valueName.substr(open + 1, close - open - 1), ',');
     }
 }
 
@@ -36,8 +34,7 @@ OptionText TextOf(const CLI::Option& parsed) {
     }
     option.text = parsed.get_description();
     if (option.positional || parsed.get_expected_max() > 0) {
-        SplitPlaceholder(parsed.get_type_name(), option);
-        option.value = option.value.empty() ? "VALUE" : option.value;
+        SplitValueName(parsed.get_type_name(), option);
         option.fallback = parsed.get_default_str();
     }
     return option;

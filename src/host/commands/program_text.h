@@ -13,7 +13,7 @@ namespace tiv::host {
 struct OptionText {
     std::vector<std::string> names;  // "--device", "-h"; a positional has one without dashes
     bool positional = false;
-    std::string value;                 // the placeholder of its value; empty for a flag
+    std::string value;                 // the name of its value; empty for a flag
     std::vector<std::string> choices;  // the only values that it takes; empty: no such list
     std::string fallback;              // the value without the option; empty: none to tell
     std::string text;

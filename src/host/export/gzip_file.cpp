@@ -18,35 +18,27 @@ constexpr int MEMORY_LEVEL = 8;
 }  // namespace
 
 struct GzipFile::Stream {
-    z_stream z = {};
-    bool isOpen = false;
+    z_stream z = {};  // without an initialisation zlib refuses every call with it
     std::string room = std::string(ROOM_BYTES, '\0');
 };
 
 GzipFile::GzipFile(std::string path)
     : file_(std::move(path)), stream_(std::make_unique<Stream>()) {}
 
-GzipFile::~GzipFile() {
-    if (stream_->isOpen) {
-        (void)deflateEnd(&stream_->z);
-    }
-}
+GzipFile::~GzipFile() { (void)deflateEnd(&stream_->z); }
 
 bool GzipFile::Open() {
-    stream_->isOpen = deflateInit2(&stream_->z, LEVEL, Z_DEFLATED, GZIP_WINDOW, MEMORY_LEVEL,
-                                   Z_DEFAULT_STRATEGY) == Z_OK;
-    if (!stream_->isOpen) {
+    if (deflateInit2(&stream_->z, LEVEL, Z_DEFLATED, GZIP_WINDOW, MEMORY_LEVEL,
+                     Z_DEFAULT_STRATEGY) != Z_OK) {
         error_ = "cannot compress: out of memory";
+        return false;
     }
-    return stream_->isOpen && file_.Open();
+    return file_.Open();
 }
 
 std::string GzipFile::Error() const { return error_.empty() ? file_.Error() : error_; }
 
 void GzipFile::Deflate(std::string_view bytes, bool isEnd) {
-    if (!stream_->isOpen) {
-        return;
-    }
     z_stream& z = stream_->z;
     do {
         const std::string_view step = bytes.substr(0, MAX_STEP_BYTES);

@@ -186,7 +186,6 @@ void PerfettoExporter::OnProfileSample(const ProfileSampleRow& row) {
 
 void PerfettoExporter::OnChannel(const ChannelRow& row) {
     channel_.deviceId = row.deviceId;
-    channel_.number = row.channel;
     channel_.isOnTimeline = row.clock == ChannelClock::RAW_MONOTONIC;
     channel_.events = row.events;
     if (channel_.isOnTimeline) {
@@ -198,7 +197,7 @@ void PerfettoExporter::OnChannel(const ChannelRow& row) {
 }
 
 void PerfettoExporter::OnChannelCount(const ChannelCountRow& row) {
-    if (!channel_.isOnTimeline || row.channel != channel_.number) {
+    if (!channel_.isOnTimeline) {
         return;
     }
     Saw(channel_.deviceId, CHANNELS, row.timeNs);
@@ -219,18 +218,18 @@ void PerfettoExporter::OnChannelCount(const ChannelCountRow& row) {
 }
 
 void PerfettoExporter::OnChannelLoss(const ChannelLossRow& row) {
-    if (channel_.isOnTimeline && row.channel == channel_.number) {
+    if (channel_.isOnTimeline) {
         events_.Write(packets_.Instant(channel_.uuid, row.timeNs,
                                        fmt::format("{} records lost", row.records)));
     }
 }
 
-// A stretch of the host's wall clock, where that can be told in the device's.
+// A stretch of the host's wall clock, which can be told in the device's.
 void PerfettoExporter::WriteWallSlice(uint64_t track, const std::string& started,
                                       const std::string& ended, const std::string& name) {
     const auto from = WallNs(started);
     const auto to = WallNs(ended);
-    if (!result_->clock.has_value() || !from.has_value() || !to.has_value()) {
+    if (!from.has_value() || !to.has_value()) {
         return;
     }
     const uint64_t offset = result_->clock->rawNs - result_->clock->wallNs;

@@ -65,7 +65,6 @@ class PerfettoExporter : public Exporter {
     enum Phase : uint8_t { CPU, MEMORY, PROCESSES, PROFILE, CHANNELS, PHASE_COUNT };
     struct Channel {
         int deviceId = 0;
-        uint32_t number = 0;
         bool isOnTimeline = false;
         uint64_t uuid = 0;
         std::vector<std::string> events;

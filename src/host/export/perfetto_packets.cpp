@@ -224,7 +224,7 @@ std::string_view PerfettoPackets::ProfileStart(uint32_t sequence, std::string_vi
 
 std::string_view PerfettoPackets::Names(uint32_t sequence, const std::vector<Module>& modules,
                                         const std::vector<Function>& functions,
-                                        const Stack* stack) {
+                                        const Stack& stack) {
     names_.Clear();
     const auto text = [this](uint32_t field, uint64_t number, std::string_view bytes) {
         part_.Clear();
@@ -247,14 +247,12 @@ std::string_view PerfettoPackets::Names(uint32_t sequence, const std::vector<Mod
         part_.Number(FRAME_MODULE, function.module);
         names_.Message(NAMES_FRAME, part_);
     }
-    if (stack != nullptr) {
-        part_.Clear();
-        part_.Number(STACK_NUMBER, stack->number);
-        for (const uint64_t frame : stack->frames) {
-            part_.Number(STACK_FRAME, frame);
-        }
-        names_.Message(NAMES_STACK, part_);
+    part_.Clear();
+    part_.Number(STACK_NUMBER, stack.number);
+    for (const uint64_t frame : stack.frames) {
+        part_.Number(STACK_FRAME, frame);
     }
+    names_.Message(NAMES_STACK, part_);
     BeginPacket(sequence);
     packet_.Number(PACKET_SEQUENCE_FLAGS, NEEDS_STATE);
     packet_.Message(PACKET_INTERNED_DATA, names_);

@@ -64,7 +64,7 @@ class PerfettoPackets {
         const std::vector<uint64_t>& frames;  // outermost first
     };
     std::string_view Names(uint32_t sequence, const std::vector<Module>& modules,
-                           const std::vector<Function>& functions, const Stack* stack);
+                           const std::vector<Function>& functions, const Stack& stack);
     struct Sample {
         uint64_t timeNs = 0;
         std::optional<uint32_t> core;

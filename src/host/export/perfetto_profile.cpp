@@ -61,6 +61,9 @@ uint64_t PerfettoProfile::ModuleOf(Sequence& sequence, std::string_view path,
 }
 
 void PerfettoProfile::TellNames(Sequence& sequence, uint64_t stack) {
+    if (!sequence.told.insert(stack).second) {
+        return;  // and so were its frames
+    }
     std::vector<PerfettoPackets::Module> modules;
     std::vector<PerfettoPackets::Function> functions;
     for (const NamedFrame& frame : sequence.newFrames) {
@@ -70,11 +73,8 @@ void PerfettoProfile::TellNames(Sequence& sequence, uint64_t stack) {
         functions.push_back({frame.frame, module, frame.symbol.empty() ? UNKNOWN : frame.symbol});
     }
     sequence.newFrames.clear();
-    const bool isNew = sequence.told.insert(stack).second;
-    if (isNew || !functions.empty()) {
-        const PerfettoPackets::Stack told{stack, sequence.stacks.Frames()};
-        events_.Write(packets_.Names(sequence.id, modules, functions, isNew ? &told : nullptr));
-    }
+    events_.Write(
+        packets_.Names(sequence.id, modules, functions, {stack, sequence.stacks.Frames()}));
 }
 
 void PerfettoProfile::Add(const ProfileSampleRow& row) {

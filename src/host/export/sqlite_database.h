@@ -15,7 +15,7 @@ namespace tiv::host {
 class SqliteDatabase {
  public:
     SqliteDatabase() = default;
-    ~SqliteDatabase() { (void)Close(); }
+    ~SqliteDatabase() { Close(); }
     SqliteDatabase(const SqliteDatabase&) = delete;
     SqliteDatabase& operator=(const SqliteDatabase&) = delete;
 
@@ -26,11 +26,12 @@ class SqliteDatabase {
     // Has `pulse` called over and over while a statement runs; false from it makes the statement
     // fail. It outlives the connection.
     void SetPulse(const std::function<bool()>& pulse);
-    // False when something failed.
-    bool Close();
+    // Behind the last statement.
+    void Close();
 
     [[nodiscard]] const std::string& Error() const { return error_; }
     [[nodiscard]] sqlite3* Handle() const { return handle_; }
+    // For the first failure: whoever finds an error here does nothing more.
     void Fail(const char* what);
 
  private:

@@ -91,7 +91,7 @@ SqliteExporter::SqliteExporter(std::string path)
 
 SqliteExporter::~SqliteExporter() {
     inserts_.clear();
-    (void)database_.Close();
+    database_.Close();
     if (isMade_) {
         unlink(temporary_.c_str());
     }
@@ -128,9 +128,10 @@ bool SqliteExporter::Commit() {
     inserts_.clear();
     database_.SetPulse(goesOn_);
     if (!database_.Run("COMMIT") || !database_.Run(CreateIndexesSql()) ||
-        !database_.Run("PRAGMA optimize") || !database_.Close()) {
+        !database_.Run("PRAGMA optimize")) {
         return false;
     }
+    database_.Close();
     if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
         error_ = fmt::format("cannot name {}: {}", path_, std::strerror(errno));
         return false;

@@ -32,8 +32,7 @@ std::string StreamName(FileKind kind, const std::string& fileName) {
         default:
             break;
     }
-    const size_t slash = fileName.rfind('/');
-    return slash == std::string::npos ? fileName : fileName.substr(slash + 1);
+    return fileName.substr(fileName.rfind('/') + 1);
 }
 
 }  // namespace

@@ -29,6 +29,13 @@ std::optional<uint64_t> Find(const Map& map, const Key& key) {
     return found == map.end() ? std::nullopt : std::optional<uint64_t>(found->second);
 }
 
+// Null when there is no such entry.
+template <class Map, class Key>
+auto* Entry(Map& map, const Key& key) {
+    const auto found = map.find(key);
+    return found == map.end() ? nullptr : &found->second;
+}
+
 double Seconds(uint64_t ns) { return static_cast<double>(ns) / NS_PER_SECOND; }
 
 double Total(const LiveProcess& process) {
@@ -66,7 +73,7 @@ void LiveModel::EndChunk(FileKind kind, std::optional<uint64_t> newestNs, uint64
 
 std::optional<double> LiveModel::Behind(FileKind kind, FileKind other, uint64_t nowNs) const {
     const auto newest = std::max(Find(newest_, kind), Find(newest_, other));
-    if (!newest.has_value() || !clock_.leastOffset.has_value()) {
+    if (!newest.has_value()) {
         return std::nullopt;
     }
     const int64_t least =
@@ -96,13 +103,13 @@ void LiveModel::OnSystemCpu(const SystemCpuRow& row) {
 void LiveModel::OnMemoryKey(const MemoryKeyRow& row) { memoryKeys_[row.key] = row.name; }
 
 void LiveModel::OnMemory(const MemoryRow& row) {
-    const auto key = memoryKeys_.find(row.key);
-    if (key == memoryKeys_.end()) {
+    const std::string* name = Entry(memoryKeys_, row.key);
+    if (name == nullptr) {
         return;
     }
-    memory_[key->second] = row.value;
+    memory_[*name] = row.value;
     const auto total = Find(memory_, "MemTotal");
-    if (key->second == "MemAvailable" && total.value_or(0) > 0 && row.value <= *total) {
+    if (*name == "MemAvailable" && total.value_or(0) > 0 && row.value <= *total) {
         memoryUsed_.Add(
             row.timeNs, 1,
             PERCENT * static_cast<double>(*total - row.value) / static_cast<double>(*total));
@@ -154,9 +161,9 @@ void LiveModel::OnProcessMemory(const ProcessMemoryRow& row) {
 }
 
 void LiveModel::SetProcessName(uint32_t pid, std::string_view name) {
-    const auto process = processes_.find(pid);
-    if (process != processes_.end() && !name.empty()) {
-        process->second.name = name;
+    Process* process = Entry(processes_, pid);
+    if (process != nullptr && !name.empty()) {
+        process->name = name;
     }
 }
 
@@ -190,14 +197,16 @@ void LiveModel::OnChannel(const ChannelRow& row) {
 }
 
 void LiveModel::OnChannelCount(const ChannelCountRow& row) {
-    const auto found = channels_.find(row.channel);
-    if (found == channels_.end() || found->second.counts.size() >= MAX_SERIES) {
+    Channel* channel = Entry(channels_, row.channel);
+    const std::pair series(row.event, row.core);
+    if (channel == nullptr ||
+        (channel->counts.size() >= MAX_SERIES && channel->counts.count(series) == 0)) {
         return;
     }
-    RateWindow<1>& counts = found->second.counts[{row.event, row.core}];
+    RateWindow<1>& counts = channel->counts[series];
     // The first interval of a statistic is told from its start on; behind a gap that is too long.
     const bool isWhole =
-        row.intervalNs.has_value() && !(found->second.isStatistic && *row.intervalNs == row.timeNs);
+        row.intervalNs.has_value() && !(channel->isStatistic && *row.intervalNs == row.timeNs);
     if (isWhole) {
         counts.Add(row.timeNs, *row.intervalNs, {static_cast<double>(row.count)});
     } else {
@@ -206,9 +215,8 @@ void LiveModel::OnChannelCount(const ChannelCountRow& row) {
 }
 
 void LiveModel::OnChannelLoss(const ChannelLossRow& row) {
-    const auto found = channels_.find(row.channel);
-    if (found != channels_.end()) {
-        found->second.lostRecords += row.records;
+    if (Channel* channel = Entry(channels_, row.channel); channel != nullptr) {
+        channel->lostRecords += row.records;
     }
 }
 
@@ -238,9 +246,7 @@ std::optional<double> LiveModel::RateOf(const Channel& channel, uint32_t event) 
 
 void LiveModel::AddChannels(LiveStream& stream) const {
     for (const auto& [number, channel] : channels_) {
-        const size_t slash = channel.file.rfind('/');
-        const std::string name =
-            slash == std::string::npos ? channel.file : channel.file.substr(slash + 1);
+        const std::string name = channel.file.substr(channel.file.rfind('/') + 1);
         if (channel.deviceId != stream.deviceId || name != stream.name) {
             continue;
         }

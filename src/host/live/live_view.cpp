@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "host/console.h"
 #include "host/host_clock.h"
 #include "host/live/live_layout.h"
 #include "host/live/live_model.h"
@@ -160,10 +161,6 @@ std::unique_ptr<ChunkSink> LiveView::Tap(int deviceId, ChunkSink& files) {
 }
 
 void LiveView::Show(const Progress& progress) {
-    if (hasBegun_ && !painter_.joinable()) {
-        after_.Show(progress);
-        return;
-    }
     {
         MutexLock lock(mutex_);
         progress_ = progress;
@@ -171,14 +168,32 @@ void LiveView::Show(const Progress& progress) {
     if (!hasBegun_) {
         Begin();
     }
+    if (!painter_.joinable()) {
+        after_.Show(progress);
+    }
 }
 
 void LiveView::Begin() {
     hasBegun_ = true;
     std::string error;
-    screen_ = Screen::Open(error);
-    if (screen_ != nullptr) {
-        painter_ = std::thread([this] { Run(); });
+    try {
+        screen_ = Screen::Open(error);
+        if (screen_ != nullptr) {
+            painter_ = std::thread([this] { Run(); });
+            return;
+        }
+    } catch (const std::exception& e) {  // no memory, or no thread for the painter
+        error = e.what();
+        screen_.reset();
+    }
+    Say(stderr, "tivctl: no live view: " + error + "\n");
+    EndUnseen();
+}
+
+// Where nobody sees anything, only files are worth going on for.
+void LiveView::EndUnseen() const {
+    if (!options_.keepsFiles) {
+        (void)kill(getpid(), SIGINT);
     }
 }
 
@@ -216,8 +231,8 @@ void LiveView::Run() {
     } catch (const std::exception&) {
         // Without memory for the picture the job goes on without one.
     }
-    if (screen_->IsGone() && !options_.keepsFiles) {
-        (void)kill(getpid(), SIGINT);  // nobody is left to see anything
+    if (screen_->IsGone()) {
+        EndUnseen();
     }
 }
 

@@ -35,9 +35,9 @@ struct LiveOptions {
                                           const CollectOptions& asked);
 
 // Shows on a full screen what comes through its taps, from the first Show to the first Clear; from
-// then on it hands on to `after`, a view that leaves room for messages. The screen is painted by a
-// thread of the view's own, four times a second at most, so that neither a slow terminal nor the
-// reading of chunks holds anybody up.
+// then on, or when there can be no screen, it hands on to `after`, a view that leaves room for
+// messages. The screen is painted by a thread of the view's own, four times a second at most, so
+// that neither a slow terminal nor the reading of chunks holds anybody up.
 //
 //   q      ends the job as Ctrl-C does
 //   c m p  order the processes by CPU, memory or process id
@@ -56,6 +56,7 @@ class LiveView : public CollectionView {
     class Painter;
 
     void Begin();
+    void EndUnseen() const;
     void Run();
 
     const LiveOptions options_;

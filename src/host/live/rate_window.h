@@ -12,8 +12,8 @@
 namespace tiv::host {
 
 // Sums up N amounts that go with intervals of time. A rate covers the newest second, or the newest
-// interval when that is longer. Memory is bounded: intervals shorter than a tenth of a second are
-// put together.
+// interval when that is longer. Memory is bounded: intervals shorter than a twentieth of a second
+// are put together.
 template <size_t N>
 class RateWindow {
  public:
@@ -30,9 +30,9 @@ class RateWindow {
         for (size_t i = 0; i < N; ++i) {
             part.amounts[i] += amounts[i];
         }
+        // Of a clock that went back the difference is huge.
         while (parts_.size() > 1 &&
-               (endNs < parts_.front().endNs || endNs - parts_.front().endNs >= WINDOW_NS ||
-                parts_.size() > MAX_PARTS)) {
+               (endNs - parts_.front().endNs >= WINDOW_NS || parts_.size() > MAX_PARTS)) {
             parts_.pop_front();
         }
     }

@@ -101,19 +101,19 @@ void Suspend() {
     Wake();
 }
 
-// What the signal did before the screen came.
+// What the signal, one of SIGNALS that was not ignored, did before the screen came.
 void PassOn(int signal, siginfo_t* info, void* context) {
     size_t i = 0;
-    while (i < SIGNALS.size() && SIGNALS[i] != signal) {
+    while (SIGNALS[i] != signal) {
         ++i;
     }
     const struct sigaction& found = foundActions[i];
-    if ((found.sa_flags & SA_SIGINFO) != 0) {
-        found.sa_sigaction(signal, info, context);
-    } else if (found.sa_handler == SIG_DFL) {
+    if (found.sa_handler == SIG_DFL) {
         (void)sigaction(signal, &found, nullptr);
         (void)raise(signal);  // comes when this handler returns
-    } else if (found.sa_handler != SIG_IGN) {
+    } else if ((found.sa_flags & SA_SIGINFO) != 0) {
+        found.sa_sigaction(signal, info, context);
+    } else {
         found.sa_handler(signal);
     }
 }
@@ -141,9 +141,7 @@ void TakeSignals() {
     for (size_t i = 0; i < SIGNALS.size(); ++i) {
         (void)sigaction(SIGNALS[i], nullptr, &foundActions[i]);
         // A signal that was ignored from the start, as under nohup, stays so.
-        const bool isIgnored =
-            (foundActions[i].sa_flags & SA_SIGINFO) == 0 && foundActions[i].sa_handler == SIG_IGN;
-        if (!isIgnored) {
+        if (foundActions[i].sa_handler != SIG_IGN) {
             (void)sigaction(SIGNALS[i], &action, nullptr);
         }
     }
@@ -154,14 +152,14 @@ void GiveSignalsBack() {
     for (size_t i = 0; i < SIGNALS.size(); ++i) {
         struct sigaction present {};
         (void)sigaction(SIGNALS[i], nullptr, &present);
-        if ((present.sa_flags & SA_SIGINFO) != 0 && present.sa_sigaction == OnSignal) {
+        if (present.sa_sigaction == OnSignal) {
             (void)sigaction(SIGNALS[i], &foundActions[i], nullptr);
         }
     }
 }
 
-// Another open file on the terminal; -1 when there is none.
-int OpenTerminal() {
+// Another open file on the terminal of standard output; -1 when there is none.
+int OpenAgain() {
     constexpr int FLAGS = O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
     std::array<char, 256> name = {};
     if (ttyname_r(STDOUT_FILENO, name.data(), name.size()) == 0) {
@@ -171,6 +169,30 @@ int OpenTerminal() {
         }
     }
     return open("/proc/self/fd/1", FLAGS);
+}
+
+// -1, and `error` says what to do, when this is no terminal for a screen.
+int OpenTerminal(std::string& error) {
+    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
+        error =
+            "a live view needs a terminal on standard input and output: run it in one, without "
+            "redirection, or record with `tivctl collect` and read the result with `tivctl report`";
+        return -1;
+    }
+    if (!IsPaintableTerminal(STDOUT_FILENO)) {
+        error =
+            "a live view needs a terminal that knows control sequences, and TERM calls this one "
+            "dumb: set TERM, or record with `tivctl collect`";
+        return -1;
+    }
+    const int fd = OpenAgain();
+    if (fd < 0) {
+        error = fmt::format(
+            "the terminal cannot be opened: {}; a live view needs one of the same user: log in as "
+            "that user, or record with `tivctl collect`",
+            std::strerror(errno));
+    }
+    return fd;
 }
 
 // Keys one by one and unseen; Ctrl-C, Ctrl-Z and Ctrl-\ stay signals.
@@ -185,56 +207,41 @@ struct termios ModeOfScreen(const struct termios& found) {
 }  // namespace
 
 std::string Screen::WhyNot() {
-    if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
-        return "a live view needs a terminal on standard input and output: run it in one, without "
-               "redirection, or record with `tivctl collect` and read the result with `tivctl "
-               "report`";
+    std::string error;
+    const int fd = OpenTerminal(error);
+    if (fd >= 0) {
+        close(fd);
     }
-    if (!IsPaintableTerminal(STDOUT_FILENO)) {
-        return "a live view needs a terminal that knows control sequences, and TERM calls this one "
-               "dumb: set TERM, or record with `tivctl collect`";
-    }
-    return "";
+    return error;
 }
 
 std::unique_ptr<Screen> Screen::Open(std::string& error) {
-    error = WhyNot();
-    if (!error.empty()) {
-        return nullptr;
-    }
-    const int fd = OpenTerminal();
+    const int fd = OpenTerminal(error);
     if (fd < 0) {
-        error = fmt::format("the terminal cannot be opened: {}", std::strerror(errno));
         return nullptr;
     }
-    std::unique_ptr<Screen> screen(new Screen(fd));
-    if (!screen->Enter()) {
+    if (tcgetattr(fd, &foundMode) != 0) {
         error = fmt::format("the terminal cannot be set: {}", std::strerror(errno));
+        close(fd);
         return nullptr;
     }
-    return screen;
+    return std::unique_ptr<Screen>(new Screen(fd));
 }
 
-bool Screen::Enter() {
-    if (tcgetattr(fd_, &foundMode) != 0) {
-        return false;
-    }
+Screen::Screen(int fd) : fd_(fd) {
     screenMode = ModeOfScreen(foundMode);
     wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     screenFd = fd_;
     isLeft = false;
     TakeSignals();
     EnterNow();
-    return true;
 }
 
 Screen::~Screen() {
-    if (screenFd == fd_) {
-        Leave();
-        GiveSignalsBack();
-        screenFd = -1;
-        close(wakeFd.exchange(-1));
-    }
+    Leave();
+    GiveSignalsBack();
+    screenFd = -1;
+    close(wakeFd.exchange(-1));
     close(fd_);
 }
 
@@ -314,8 +321,8 @@ void Screen::Wait(int otherFd, int timeoutMs) {
     if (IsBehind()) {
         waiters[0].events |= POLLOUT;
     }
-    if (poll(waiters.data(), waiters.size(), timeoutMs) > 0 &&
-        (waiters[0].revents & (POLLHUP | POLLERR)) != 0) {
+    (void)poll(waiters.data(), waiters.size(), timeoutMs);
+    if ((waiters[0].revents & (POLLHUP | POLLERR)) != 0) {
         isGone_ = true;
     }
     uint64_t ignored = 0;

@@ -57,8 +57,7 @@ class Screen {
     static void BlockSignals();
 
  private:
-    explicit Screen(int fd) : fd_(fd) {}
-    bool Enter();
+    explicit Screen(int fd);  // of a terminal whose mode is known
     void Leave();
 
     const int fd_;  // an open file of its own, so that not blocking is nobody else's matter

@@ -12,25 +12,19 @@ namespace {
 constexpr std::array<const char*, 8> HEIGHTS = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 constexpr std::array<const char*, 8> ASCII_HEIGHTS = {"_", ".", ":", "-", "=", "+", "*", "#"};
 
-const char* StartOf(Style style, bool colours) {
-    switch (style) {
-        case Style::PLAIN:
-            return "";
-        case Style::DIM:
-            return "\033[2m";
-        case Style::BOLD:
-            return "\033[1m";
-        case Style::REVERSE:
-            return "\033[7m";
-        case Style::GOOD:
-            return colours ? "\033[32m" : "";
-        case Style::WARNING:
-            return colours ? "\033[33m" : "";
-        case Style::ALARM:
-            return colours ? "\033[1;31m" : "\033[1m";
-    }
-    return "";
-}
+struct StyleStart {
+    const char* coloured;
+    const char* plain;  // where colours are not wanted
+};
+
+// In the order of Style.
+constexpr std::array<StyleStart, 7> STARTS = {{{"", ""},
+                                               {"\033[2m", "\033[2m"},
+                                               {"\033[1m", "\033[1m"},
+                                               {"\033[7m", "\033[7m"},
+                                               {"\033[32m", ""},
+                                               {"\033[33m", ""},
+                                               {"\033[1;31m", "\033[1m"}}};
 
 }  // namespace
 
@@ -74,7 +68,8 @@ std::string ScreenLine::Plain() const {
 std::string ScreenLine::Painted(bool colours) const {
     std::string text;
     for (const Part& part : parts_) {
-        const char* start = StartOf(part.style, colours);
+        const StyleStart& starts = STARTS[static_cast<size_t>(part.style)];
+        const char* start = colours ? starts.coloured : starts.plain;
         text += start;
         text += part.text;
         text += *start == '\0' ? "" : "\033[m";

@@ -37,11 +37,7 @@ void ArrivalPart::Flow::End(uint64_t timeNs) {
     pending = 0;
 }
 
-void ArrivalPart::Flow::Finish() {
-    if (fromNs.has_value()) {
-        End(std::max(lastNs, *fromNs + LEAST_STRETCH_NS));
-    }
-}
+void ArrivalPart::Flow::Finish() { End(std::max(lastNs, *fromNs + LEAST_STRETCH_NS)); }
 
 void ArrivalPart::Take(const ChunkRow& row) {
     const auto [place, isNew] = devices_.try_emplace(row.deviceId);

@@ -155,9 +155,7 @@ void MemoryPart::WriteChart(PageContext& context, int deviceId, Device& device) 
                             {"unit", "bytes"},
                             {"stacked", true},
                             {"series", std::move(series)}};
-    if (const auto total = TotalBytes(deviceId); total.has_value()) {
-        section["top"] = *total;
-    }
+    section["top"] = TotalBytes(deviceId).value();  // what is drawn is parts of it
     context.sections.push_back(std::move(section));
 }
 

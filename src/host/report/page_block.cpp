@@ -5,7 +5,7 @@
 
 #include <cmath>
 #include <cstring>
-#include <stdexcept>
+#include <new>
 
 namespace tiv::host {
 
@@ -100,7 +100,7 @@ std::string Deflate(std::string_view bytes) {
         compress2(reinterpret_cast<Bytef*>(packed.data()), &length,
                   reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), COMPRESSION_LEVEL);
     if (result != Z_OK) {
-        throw std::runtime_error("cannot compress the data of the page");
+        throw std::bad_alloc();  // there is room for the result, but not for zlib's own tables
     }
     packed.resize(length);
     return packed;

@@ -39,7 +39,6 @@ ordered_json TableColumns(bool manyDevices) {
 }
 
 void AddTo(std::vector<float>& sum, const std::vector<float>& values) {
-    sum.resize(std::max(sum.size(), values.size()), 0.0f);
     for (size_t i = 0; i < values.size(); ++i) {
         sum[i] += std::isnan(values[i]) ? 0.0f : values[i];
     }
@@ -80,7 +79,7 @@ void ProcessPart::Ranking::Offer(const Figures& figures, const CellSeries& serie
         best.begin(), best.end(), measure(figures),
         [&](uint64_t value, const auto& other) { return value > measure(other.first); });
     if (place == best.end() && best.size() == SHOWN) {
-        return;
+        return;  // as most do: their series are not copied
     }
     best.insert(place, {figures, series});
     if (best.size() > SHOWN) {
@@ -92,7 +91,6 @@ void ProcessPart::Take(const ProcessRow& row) {
     Course& course = open_[row.process];
     Figures& figures = course.figures;
     figures.deviceId = row.deviceId;
-    figures.process = row.process;
     figures.pid = row.pid;
     figures.parentPid = row.parentPid;
     figures.name = row.name.empty() ? "(no name)" : PageText(row.name);
@@ -178,7 +176,7 @@ ordered_json ProcessPart::OthersOf(PageContext& context, const std::vector<float
             }
         }
     }
-    for (size_t i = 0; i < all.size() && i < shown.size(); ++i) {
+    for (size_t i = 0; i < all.size(); ++i) {
         all[i] = std::isnan(all[i]) ? all[i] : std::max(0.0f, all[i] - shown[i]);
     }
     return context.block.AddFloats(all);
@@ -193,7 +191,7 @@ void ProcessPart::WriteCpu(PageContext& context) {
         return;
     }
     ordered_json series = ordered_json::array();
-    std::vector<float> shown;
+    std::vector<float> shown(context.grid.Cells());
     int color = 0;
     for (auto& [figures, cells] : byCpu_.best) {
         ordered_json entry = SeriesHead(context, figures, color++);

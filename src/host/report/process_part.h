@@ -35,7 +35,6 @@ class ProcessPart : public PagePart {
  private:
     struct Figures {
         int deviceId = 0;
-        uint64_t process = 0;
         uint32_t pid = 0;
         std::optional<uint32_t> parentPid;
         std::string name;

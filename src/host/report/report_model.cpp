@@ -162,8 +162,9 @@ std::string ReportModel::Encode() {
     if (!grid.Empty()) {
         model["grid"] = {{"start", 0}, {"step", grid.CellSeconds()}, {"count", grid.Cells()}};
     }
-    if (CellSeries* busy = system_.Busy(); busy != nullptr) {
-        model["overview"] = block.AddFloats(MeanColumn(grid, system_.FirstDevice(), *busy));
+    int device = 0;
+    if (CellSeries* busy = system_.Busy(device); busy != nullptr) {
+        model["overview"] = block.AddFloats(MeanColumn(grid, device, *busy));
     }
     return block.Encode(model);
 }

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <map>
+
 #include "host/output_file.h"
 #include "host/report/page_assets.h"
 #include "host/report/page_block.h"
@@ -31,10 +33,10 @@ std::string Policy() {
                        HashSource(PAGE_LIBRARY), HashSource(PAGE_SCRIPT), HashSource(PAGE_STYLE));
 }
 
-// What belongs in the place @`name`@ of the frame; the place itself when there is no such name.
+// What belongs in a place of the frame, such as "@DATA@".
 std::string_view ContentOf(std::string_view place, std::string_view policy, std::string_view data) {
     static const std::string generator = std::string("tivctl ") + VERSION;
-    const std::pair<std::string_view, std::string_view> contents[] = {
+    const std::map<std::string_view, std::string_view> contents = {
         {"@POLICY@", policy},
         {"@GENERATOR@", generator},
         {"@STYLE@", PAGE_STYLE.text},
@@ -43,12 +45,7 @@ std::string_view ContentOf(std::string_view place, std::string_view policy, std:
         {"@LIBRARY@", PAGE_LIBRARY.text},
         {"@SCRIPT@", PAGE_SCRIPT.text},
     };
-    for (const auto& [name, content] : contents) {
-        if (place == name) {
-            return content;
-        }
-    }
-    return place;
+    return contents.at(place);
 }
 
 std::string WritePage(const std::string& path, const std::string& page) {
@@ -67,15 +64,11 @@ std::string MakePage(std::string_view encodedData) {
     const std::string_view frame = PAGE_FRAME.text;
     std::string page;
     size_t position = 0;
-    while (position < frame.size()) {
-        const size_t begin = frame.find('@', position);
-        const size_t end = begin == std::string_view::npos ? begin : frame.find('@', begin + 1);
-        if (end == std::string_view::npos) {
-            break;
-        }
+    for (size_t begin = frame.find('@'); begin != std::string_view::npos;
+         begin = frame.find('@', position)) {
         page += frame.substr(position, begin - position);
-        page += ContentOf(frame.substr(begin, end + 1 - begin), policy, encodedData);
-        position = end + 1;
+        position = frame.find('@', begin + 1) + 1;
+        page += ContentOf(frame.substr(begin, position - begin), policy, encodedData);
     }
     page += frame.substr(position);
     return page;

@@ -67,16 +67,20 @@ void SystemPart::IncludeIn(PageGrid& grid) const {
     }
 }
 
-CellSeries* SystemPart::Busy() {
-    if (devices_.empty()) {
-        return nullptr;
-    }
-    auto& cores = devices_.begin()->second.cores;
-    const auto all = cores.find(ALL_CORES);
-    return all == cores.end() || all->second.busy.Empty() ? nullptr : &all->second.busy;
+bool SystemPart::IsMeasured(const Device& device) {
+    const auto all = device.cores.find(ALL_CORES);
+    return all != device.cores.end() && !all->second.busy.Empty();
 }
 
-int SystemPart::FirstDevice() const { return devices_.empty() ? 0 : devices_.begin()->first; }
+CellSeries* SystemPart::Busy(int& deviceId) {
+    for (auto& [number, device] : devices_) {
+        if (IsMeasured(device)) {
+            deviceId = number;
+            return &device.cores[ALL_CORES].busy;
+        }
+    }
+    return nullptr;
+}
 
 size_t SystemPart::Cores(int deviceId) const {
     const auto device = devices_.find(deviceId);
@@ -172,15 +176,18 @@ void SystemPart::WriteTable(PageContext& context, int deviceId, const Device& de
 }
 
 void SystemPart::Write(PageContext& context) {
-    if (Busy() == nullptr) {
+    bool any = false;
+    for (auto& [deviceId, device] : devices_) {
+        if (IsMeasured(device)) {
+            WriteStates(context, deviceId, device);
+            WriteCores(context, deviceId, device);
+            WriteTable(context, deviceId, device);
+            any = true;
+        }
+    }
+    if (!any) {
         context.sections.push_back(EmptySection(
             "cpu", "CPU", "Not measured: it takes the sampler --cpu and two readings."));
-        return;
-    }
-    for (auto& [deviceId, device] : devices_) {
-        WriteStates(context, deviceId, device);
-        WriteCores(context, deviceId, device);
-        WriteTable(context, deviceId, device);
     }
 }
 

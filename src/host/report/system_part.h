@@ -16,10 +16,9 @@ class SystemPart : public PagePart {
     void IncludeIn(PageGrid& grid) const override;
     void Write(PageContext& context) override;
 
-    // Busy share of all cores of the first device, for the page's overview; null when there is
-    // none.
-    [[nodiscard]] CellSeries* Busy();
-    [[nodiscard]] int FirstDevice() const;
+    // Busy share of all cores of the first device where it was measured, for the page's overview,
+    // and that device; null when there is none.
+    [[nodiscard]] CellSeries* Busy(int& deviceId);
     // Cores that were seen on a device.
     [[nodiscard]] size_t Cores(int deviceId) const;
 
@@ -38,6 +37,7 @@ class SystemPart : public PagePart {
         std::map<int32_t, Core> cores;  // ALL_CORES among them
     };
 
+    static bool IsMeasured(const Device& device);
     void WriteStates(PageContext& context, int deviceId, Device& device);
     void WriteCores(PageContext& context, int deviceId, Device& device);
     void WriteTable(PageContext& context, int deviceId, const Device& device);

@@ -23,11 +23,7 @@ ProcessLives::Life* ProcessLives::NewLife(uint64_t timeNs) {
     if (lives_.size() >= MAX_LIVES) {
         return nullptr;
     }
-    Life life;
-    life.process = ++lastProcess_;
-    life.firstNs = life.lastNs = life.firstCpuNs = life.lastCpuNs = timeNs;
-    lives_.push_back(std::move(life));
-    return &lives_.back();
+    return &lives_.emplace_back(++lastProcess_, timeNs);
 }
 
 ProcessLives::Life* ProcessLives::LifeOf(const ProcessIdentity& identity, uint64_t timeNs) {

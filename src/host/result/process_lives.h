@@ -45,14 +45,21 @@ class ProcessLives {
 
  private:
     struct Life {
-        uint64_t process = 0;
+        Life(uint64_t number, uint64_t timeNs)
+            : process(number),
+              firstNs(timeNs),
+              lastNs(timeNs),
+              firstCpuNs(timeNs),
+              lastCpuNs(timeNs) {}
+
+        uint64_t process;
         std::optional<uint64_t> startTicks;
         std::optional<uint32_t> parentPid;
         std::string name;
-        uint64_t firstNs = 0;
-        uint64_t lastNs = 0;
-        uint64_t firstCpuNs = 0;  // of the CPU file
-        uint64_t lastCpuNs = 0;
+        uint64_t firstNs;
+        uint64_t lastNs;
+        uint64_t firstCpuNs;  // of the CPU file
+        uint64_t lastCpuNs;
     };
 
     Life* NewLife(uint64_t timeNs);

@@ -8,6 +8,7 @@
 #include <set>
 #include <system_error>
 #include <tuple>
+#include <utility>
 
 #include "host/chunk_times.h"
 #include "host/result/manifest_reader.h"
@@ -51,11 +52,11 @@ std::string ShownName(const std::string& directory, const std::string& name) {
     return std::string(Utf8Text(directory + "/" + name, room));
 }
 
-// The directories of the manifest's devices, and those of its pattern that it does not tell of.
-void FindDevices(ResultDirectory& result, bool hasManifest) {
+// The directories of the manifest's devices, and of `entry` on those of its pattern that it does
+// not tell of.
+void FindDevices(ResultDirectory& result, bool hasManifest, fs::directory_iterator entry) {
     std::error_code error;
-    for (fs::directory_iterator entry(result.path, error), end; !error && entry != end;
-         entry.increment(error)) {
+    for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename().string();
         uint64_t id = 0;
         if (name.compare(0, DEVICE_PREFIX.size(), DEVICE_PREFIX) != 0 ||
@@ -75,6 +76,9 @@ void FindDevices(ResultDirectory& result, bool hasManifest) {
         device.deviceId = static_cast<int>(id);
         device.directory = name;
         result.devices.push_back(std::move(device));
+    }
+    if (error) {
+        result.problems.push_back(fmt::format("the result cannot be listed: {}", error.message()));
     }
     std::sort(result.devices.begin(), result.devices.end(),
               [](const auto& left, const auto& right) {
@@ -100,13 +104,15 @@ void AddFile(const DeviceFacts& device, const fs::directory_entry& entry, const 
     result.files.push_back(std::move(file));
 }
 
-// False when there are more files than `most`.
-bool FindFiles(const DeviceFacts& device, size_t most, ResultDirectory& result) {
+enum class Listing { WHOLE, BROKEN_OFF, TOO_LONG };
+
+// TOO_LONG when there are more files than `most`.
+Listing FindFiles(const DeviceFacts& device, size_t most, ResultDirectory& result) {
     const fs::path base = fs::path(result.path) / device.directory;
     std::error_code error;
     if (!fs::is_directory(fs::symlink_status(base, error))) {
         result.problems.push_back(fmt::format("{} is missing", device.directory));
-        return true;
+        return Listing::WHOLE;
     }
     fs::recursive_directory_iterator entry(base, error);
     const fs::recursive_directory_iterator end;
@@ -119,7 +125,7 @@ bool FindFiles(const DeviceFacts& device, size_t most, ResultDirectory& result) 
         } else if (result.files.size() >= most) {
             result.problems.push_back(
                 fmt::format("more than {} files: the rest is not read", most));
-            return false;
+            return Listing::TOO_LONG;
         } else {
             AddFile(device, *entry, base, result);
         }
@@ -128,8 +134,9 @@ bool FindFiles(const DeviceFacts& device, size_t most, ResultDirectory& result) 
     if (error) {
         result.problems.push_back(
             fmt::format("{} cannot be listed: {}", device.directory, error.message()));
+        return Listing::BROKEN_OFF;
     }
-    return true;
+    return Listing::WHOLE;
 }
 
 // A result of an older tool has none.
@@ -145,6 +152,36 @@ void FindChunkTimes(const DeviceFacts& device, ResultDirectory& result) {
         file.bytes = fs::file_size(path, error);
         result.files.push_back(std::move(file));
     }
+}
+
+// Returns the directories of the devices that were seen whole.
+std::set<std::string> FindFilesOfAll(size_t most, ResultDirectory& result) {
+    Listing listing = Listing::WHOLE;
+    std::set<std::string> seen;
+    for (const DeviceFacts& device : result.devices) {
+        if (listing != Listing::TOO_LONG) {
+            listing = FindFiles(device, most, result);
+        }
+        if (listing == Listing::WHOLE) {
+            seen.insert(device.directory);
+        }
+        FindChunkTimes(device, result);
+    }
+    return seen;
+}
+
+void SortFiles(std::vector<FileFacts>& files) {
+    std::sort(files.begin(), files.end(), [](const auto& left, const auto& right) {
+        const auto rank = [](const FileFacts& file) {
+            const bool ofProcess =
+                file.kind == FileKind::PROCESS_CPU || file.kind == FileKind::PROCESS_MEMORY;
+            // Both files of a process stand side by side.
+            return std::make_pair(ofProcess ? FileKind::PROCESS_CPU : file.kind, file.pid);
+        };
+        return std::make_tuple(left.deviceId, left.directory, rank(left), left.kind, left.name) <
+               std::make_tuple(right.deviceId, right.directory, rank(right), right.kind,
+                               right.name);
+    });
 }
 
 // A name that is no UTF-8 stands in the manifest in another form and cannot be looked up. Of the
@@ -217,7 +254,7 @@ FileKind KindOfFile(const std::string& name, uint32_t& pid) {
 std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& error,
                                           size_t mostFiles) {
     std::error_code reason;
-    const fs::directory_iterator readable(path, reason);
+    fs::directory_iterator entries(path, reason);
     if (reason) {
         error = fmt::format(
             "cannot read the result {}: {}; name a directory that `tivctl collect` made", path,
@@ -228,7 +265,7 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
     result.path = path;
     ListedFiles listed;
     const bool hasManifest = ReadManifest(result, listed);
-    FindDevices(result, hasManifest);
+    FindDevices(result, hasManifest, std::move(entries));
     if (!hasManifest && result.devices.empty()) {
         error = fmt::format(
             "{} is no result: it holds neither a manifest.json that can be read nor a directory "
@@ -236,26 +273,8 @@ std::optional<ResultDirectory> OpenResult(const std::string& path, std::string& 
             path);
         return std::nullopt;
     }
-    bool goOn = true;
-    std::set<std::string> seen;
-    for (const DeviceFacts& device : result.devices) {
-        goOn = goOn && FindFiles(device, mostFiles, result);
-        if (goOn) {
-            seen.insert(device.directory);
-        }
-        FindChunkTimes(device, result);
-    }
-    std::sort(result.files.begin(), result.files.end(), [](const auto& left, const auto& right) {
-        const auto rank = [](const FileFacts& file) {
-            const bool ofProcess =
-                file.kind == FileKind::PROCESS_CPU || file.kind == FileKind::PROCESS_MEMORY;
-            // Both files of a process stand side by side.
-            return std::make_pair(ofProcess ? FileKind::PROCESS_CPU : file.kind, file.pid);
-        };
-        return std::make_tuple(left.deviceId, left.directory, rank(left), left.kind, left.name) <
-               std::make_tuple(right.deviceId, right.directory, rank(right), right.kind,
-                               right.name);
-    });
+    const std::set<std::string> seen = FindFilesOfAll(mostFiles, result);
+    SortFiles(result.files);
     CompareWithList(result, std::move(listed), seen);
     if (result.state != "running") {
         NoteSilentSamplers(result, seen);
