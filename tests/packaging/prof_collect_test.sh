@@ -1,89 +1,14 @@
 #!/bin/sh
-# Tests of packaging/prof_collect.sh with a double of perf, and of the whole with the real one.
+# Tests of packaging/prof_collect.sh with a double of perf.
 #
 # usage: tools/isolated.sh tests/packaging/prof_collect_test.sh TEST      status 77: skipped
-#
-# Everything that the script writes is private to the namespace; the double hides the machine's perf
-# in an empty /usr/local/sbin.
 #
 # Tests are called by a name put together; commas, dollars and the file names here are meant as they
 # stand.
 # shellcheck disable=SC2317,SC2258,SC2016,SC2012
 set -u
-source_dir=$(cd "$(dirname "$0")/../.." && pwd)
-script=$source_dir/packaging/prof_collect.sh
-double=/usr/local/sbin/perf.d
-dir=/var/log/npu/profiling/3
-path=$dir/ai_ctrl_cpu.data.5
-run=/run/prof_collect
-
-die() {
-    echo "FAILED: $*" >&2
-    "$script" --kill
-    exit 1
-}
-
-skip() {
-    echo "skipped: $*"
-    exit 77
-}
-
-expect() {
-    [ "$1" = "$2" ] || die "expected <$2>, got <$1>${3:+: $3}"
-}
-
-expect_file() {
-    expect "$(cat "$1" 2>&1)" "$2" "$1"
-}
-
-# Waits at most twenty seconds for a command to succeed.
-await() {
-    tries=400
-    until "$@" 2>/dev/null; do
-        tries=$((tries - 1))
-        [ "$tries" -gt 0 ] || die "never came: $*"
-        sleep 0.05
-    done
-}
-
-has_line() {
-    grep -qFx -- "$2" "$1"
-}
-
-use_double() {
-    mount -t tmpfs -o mode=0755 double /usr/local/sbin || die "no place for the double"
-    mkdir -m 0777 "$double"
-    : >"$double/calls"
-    chmod 0666 "$double/calls"
-    cp "$source_dir/tests/packaging/perf_double.sh" /usr/local/sbin/perf
-    chmod 0755 /usr/local/sbin/perf
-}
-
-start() {
-    "$script" "$@" >"$work/out" 2>"$work/err" &
-    recorder=$!
-}
-
-start_record() {
-    start --record "$path" 0050 '{r11,r2a}'
-    await test -e "$double/ready"
-    await test -s "$run/recorder.$recorder/perf"
-}
-
-refused() {
-    if "$script" "$@" >"$work/out" 2>&1; then
-        die "taken: $*"
-    fi
-    grep -q '^prof_collect: ' "$work/out" || die "refused without a word: $*"
-    expect "$(cat "$double/calls")" "" "perf was called: $*"
-}
-
-setup() {
-    [ "${TIV_ISOLATED:-}" = 1 ] || die "run it through tools/isolated.sh"
-    work=$(mktemp -d /run/prof_collect_test.XXXXXX)
-    mkdir -p "$dir"
-    use_double
-}
+# shellcheck source=tests/packaging/prof_collect_fixture.sh
+. "$(dirname "$0")/prof_collect_fixture.sh"
 
 # --- record ---
 
@@ -179,11 +104,6 @@ test_machine_without_perf_says_so() {
 }
 
 # --- the owner of the directory ---
-
-need_other_users() {
-    setpriv --reuid=nobody --regid="$(id -g nobody)" --clear-groups true 2>/dev/null ||
-        skip "this namespace has no other users"
-}
 
 test_files_belong_to_the_owner_of_the_directory() {
     need_other_users
@@ -462,40 +382,6 @@ test_ordinary_user_is_refused() {
     expect_file "$work/err" "prof_collect: only root may do this"
 }
 
-# --- the real perf ---
-
-test_real_perf_makes_a_profile_that_a_person_can_read() {
-    need_other_users
-    umount /usr/local/sbin
-    double=$work
-    command -v perf >/dev/null || skip "no perf on this machine"
-    perf record -q -a -e cpu-clock -o "$work/probe" -- true 2>/dev/null || skip "this kernel lets perf record nothing"
-    start --record "$path" 0050 '{r11,r3c}'
-    await test -s "$path.000001"
-    "$script" --kill || die "kill failed"
-    wait "$recorder" || die "$(cat "$work/err")"
-
-    "$script" --script "$path.000001" >"$work/text" 2>"$work/err" || die "$(cat "$work/err")"
-    grep -Eq '^[^ ].* +[0-9]+ \[[0-9]+\] +[0-9]+\.[0-9]+: ' "$work/text" || die "no sample in the text"
-    last=$(find "$dir" -name 'ai_ctrl_cpu.data.5.*' | sort | tail -n 1)
-    [ "$last" != "$path.000001" ] || die "the last file did not come"
-    "$script" --script "$last" >"$work/text" || die "the last file is not whole"
-}
-
-test_real_perf_counts() {
-    umount /usr/local/sbin
-    double=$work
-    command -v perf >/dev/null || skip "no perf on this machine"
-    perf stat -a -e cycles -- true >/dev/null 2>&1 || skip "this kernel lets perf count nothing"
-    start --stat "$dir/llc.data.5" read,nonsense 100
-    await grep -q 'LLC-loads' "$dir/llc.data.5"
-    "$script" --kill || die "kill failed"
-    wait "$recorder" || die "$(cat "$work/err")"
-
-    has_line "$dir/llc.data.5" "# <not supported> nonsense" || die "$(cat "$dir/llc.data.5")"
-    ! grep -Eq ' 0 +LLC-loads' "$dir/llc.data.5" || die "a counter that is not there counts zero"
-}
-
 # --- sudoers ---
 
 test_sudoers_file_is_valid() {
@@ -503,8 +389,4 @@ test_sudoers_file_is_valid() {
     visudo -cf "$source_dir/packaging/sudoers.d/tiv"
 }
 
-setup
-"test_$1"
-status=$?
-rm -rf "$work"
-exit "$status"
+run_test "$1"
