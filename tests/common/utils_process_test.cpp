@@ -5,11 +5,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "common/temp_dir.h"
 #include "common/utils.h"
 #include "support/failing_new.h"
 #include "support/fake_mm.h"
 #include "support/recorded_log.h"
+#include "support/temp_dir.h"
 
 namespace analysis::rokt::common::utils {
 namespace {

@@ -3,17 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "config/json_parser.h"
 #include "support/fake_driver.h"
 #include "support/recorded_log.h"
+#include "support/temp_dir.h"
 
 namespace analysis::rokt::driver {
 namespace {
 
 using tiv::test::FakeDriver;
 using tiv::test::RecordedLog;
+using tiv::test::TempDir;
 using Zelnarer::Parser::JsonParser;
 
 // A table of the test's own in place of the process-wide one.
@@ -29,11 +29,10 @@ FakeDriver& Driver() { return FakeDriver::Instance(); }
 RecordedLog& Log() { return RecordedLog::Instance(); }
 
 void SwitchOff(const std::string& channelSwitch) {
-    const std::string path = testing::TempDir() + "drv_channels_mgr_" + channelSwitch + ".json";
-    std::ofstream(path) << R"({"device":{"channels":[{"channel":8,")" << channelSwitch
-                        << R"(":"off"}]}})";
-    JsonParser::Instance().Init(path);
-    remove(path.c_str());
+    const TempDir directory;
+    JsonParser::Instance().Init(directory.Write(
+        "report.json",
+        R"({"device":{"channels":[{"channel":8,")" + channelSwitch + R"(":"off"}]}})"));
 }
 
 TEST_F(ChannelsMgr, BeforeTheFirstQueryNoChannelIsValid) {

@@ -2,7 +2,6 @@
 #include "host/report/report_page.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -12,6 +11,7 @@
 #include "host/report/page_assets.h"
 #include "host/report_decode.h"
 #include "support/scoped_limit.h"
+#include "support/temp_dir.h"
 
 namespace tiv::host {
 namespace {
@@ -29,21 +29,19 @@ size_t CountOf(const std::string& text, const std::string& part) {
 class ReportPageTest : public testing::Test {
  protected:
     ReportPageTest() {
-        char pattern[] = "/tmp/tiv_report_XXXXXX";
-        directory = mkdtemp(pattern);
         fs::create_directories(directory / "device_0" / "data");
         std::ofstream(directory / "manifest.json")
             << R"({"format":1,"state":"complete","complete":true,"devices":[{"device":0,)"
             << R"("directory":"device_0","jobId":"j","complete":true,"finishArrived":true,"files":[]}]})";
     }
-    ~ReportPageTest() override { fs::remove_all(directory); }
 
     static std::string Read(const fs::path& path) {
         std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    fs::path directory;
+    tiv::test::TempDir tempDir;
+    const fs::path directory{tempDir.Path()};
 };
 
 TEST_F(ReportPageTest, PolicyAllowsNothingButTheHashesOfWhatIsInThePage) {

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "support/scoped_limit.h"
+#include "support/temp_dir.h"
 
 using namespace tiv::host;
 namespace fs = std::filesystem;
@@ -28,19 +28,17 @@ std::string Content(const std::string& path) {
 class ResultDirectory : public testing::Test {
  protected:
     void SetUp() override {
-        char name[] = "/tmp/tiv-result-test-XXXXXX";
-        directory_ = mkdtemp(name);
         fs::create_directory(directory_ + "/result");
         files_ = std::make_unique<ResultFiles>(directory_ + "/result");
     }
-    void TearDown() override { fs::remove_all(directory_); }
 
     bool Put(const std::string& name, const std::string& data) {
         return files_->OnChunk({name, 3, data});
     }
     std::string Of(const std::string& name) { return Content(directory_ + "/result/" + name); }
 
-    std::string directory_;
+    tiv::test::TempDir tempDir_;
+    const std::string directory_ = tempDir_.Path();
     std::unique_ptr<ResultFiles> files_;
 };
 

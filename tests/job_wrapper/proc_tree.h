@@ -2,32 +2,23 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
 #include <string>
+
+#include "support/temp_dir.h"
 
 namespace tiv::test {
 
 // A tree of files that stands in for /proc and goes with the object.
 class ProcTree {
  public:
-    ProcTree() {
-        std::string name = (std::filesystem::temp_directory_path() / "proc_tree.XXXXXX").string();
-        root_ = mkdtemp(name.data()) == nullptr ? "" : name;
-    }
-    ~ProcTree() { std::filesystem::remove_all(root_); }
-    ProcTree(const ProcTree&) = delete;
-    ProcTree& operator=(const ProcTree&) = delete;
-
-    std::string Root() const { return root_; }
-    std::string Path(const std::string& name) const { return root_ + "/" + name; }
+    std::string Root() const { return root_.Path(); }
+    std::string Path(const std::string& name) const { return root_.Path(name); }
 
     void Write(const std::string& name, const std::string& text) const {
         std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
-        std::ofstream(Path(name)) << text;
+        (void)root_.Write(name, text);
     }
-    void MakeDirectory(const std::string& name) const {
-        std::filesystem::create_directories(Path(name));
-    }
+    void MakeDirectory(const std::string& name) const { (void)root_.MakeDir(name); }
     void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
 
     // A process with its three files.
@@ -38,7 +29,7 @@ class ProcTree {
     }
 
  private:
-    std::string root_;
+    TempDir root_;
 };
 
 // The recorded tree beside the tests.

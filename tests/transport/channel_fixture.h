@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "support/fake_driver.h"
 #include "support/fake_mm.h"
 #include "support/recorded_log.h"
+#include "support/temp_dir.h"
 #include "transport/prof_channel.h"
 #include "transport/recording_transport.h"
 #include "transport/uploader_mgr.h"
@@ -81,10 +80,9 @@ class ChannelFixture : public testing::Test {
     static size_t Uploads() { return Log().Count('D', "UploadData id[job1] uploader start"); }
 
     static void ConfigureChannel8(const std::string& member) {
-        const std::string path = testing::TempDir() + "tiv_channel_fixture.json";
-        std::ofstream(path) << R"({"device":{"channels":[{"channel":8,)" << member << "}]}}";
-        Zelnarer::Parser::JsonParser::Instance().Init(path);
-        EXPECT_EQ(remove(path.c_str()), 0);
+        const TempDir directory;
+        Zelnarer::Parser::JsonParser::Instance().Init(directory.Write(
+            "report.json", R"({"device":{"channels":[{"channel":8,)" + member + "}]}}"));
     }
 
     std::shared_ptr<RecordingTransport> link;
