@@ -92,7 +92,7 @@ TEST_F(ControlCpuScript, MachineWithoutPerfCollectsNothingAndSaysWhy) {
 
 TEST_F(ControlCpuScript, RealPerfGivesSamplesOfThisMachine) {
     if (!HasOtherUsers() ||
-        !Shell("perf record -q -a -e cpu-clock -o /run/tiv/probe -- true >/dev/null 2>&1")) {
+        !Shell("perf record -q -a -B -N -e cpu-clock -o /run/tiv/probe -- true >/dev/null 2>&1")) {
         GTEST_SKIP() << "perf may not record here";
     }
     StartDaemon();

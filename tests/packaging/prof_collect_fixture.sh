@@ -31,9 +31,9 @@ expect_file() {
     expect "$(cat "$1" 2>&1)" "$2" "$1"
 }
 
-# Waits at most twenty seconds for a command to succeed.
+# Waits at most forty seconds for a command to succeed.
 await() {
-    tries=400
+    tries=800
     until "$@" 2>/dev/null; do
         tries=$((tries - 1))
         [ "$tries" -gt 0 ] || die "never came: $*"

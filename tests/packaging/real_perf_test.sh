@@ -18,7 +18,7 @@ use_real_perf() {
 test_real_perf_makes_a_profile_that_a_person_can_read() {
     need_other_users
     use_real_perf
-    perf record -q -a -e cpu-clock -o "$work/probe" -- true 2>/dev/null || skip "this kernel lets perf record nothing"
+    perf record -q -a -B -N -e cpu-clock -o "$work/probe" -- true 2>/dev/null || skip "this kernel lets perf record nothing"
     start --record "$path" 0050 '{r11,r3c}'
     await test -s "$path.000001"
     "$script" --kill || die "kill failed"
