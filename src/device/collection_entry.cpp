@@ -51,6 +51,16 @@ void SendRefusal(transport::ITransport& transport, const message::StatusInfo& st
              devIndexId, status.ToString().c_str(), sent, encoded.size());
 }
 
+// Through the queue, ahead of all data.
+void AcceptDataSession(transport::Uploader& uploader) {
+    message::StatusInfo accepted;
+    accepted.status = 0;
+    const std::string encoded = EncodeResponse(accepted);
+    const int sent = uploader.UploadData(encoded.c_str(), static_cast<int>(encoded.size()));
+    TIV_LOGI("Reply data handshake, statusInfo=%s, response sent size:%d, resp size:%zu",
+             accepted.ToString().c_str(), sent, encoded.size());
+}
+
 }  // namespace
 
 int CollectionEntry::Init() {
@@ -189,8 +199,8 @@ int CollectionEntry::HandleDataSession(const std::shared_ptr<transport::Uploader
         return ret;
     }
     auto& uploaders = transport::UploaderMgr::Instance();
-    uploaders.UpdateDevModeJobMap(static_cast<uint32_t>(devIndexId), handshake.mode(), jobId);
-    uploaders.AddUploader(jobId, uploader);
+    uploaders.AnswerAndAdd(static_cast<uint32_t>(devIndexId), handshake.mode(), jobId, uploader,
+                           [&uploader] { AcceptDataSession(*uploader); });
     if (closing) {
         // The sweep of the uploaders may have passed already.
         uploaders.DelUploader(jobId);
@@ -212,15 +222,8 @@ int CollectionEntry::StartUploader(const std::shared_ptr<transport::Uploader>& u
     const int ret = uploader->Start();
     if (ret != 0) {
         TIV_LOGE("[HandleDataSession]Failed to start uploader thread, ret=%d", ret);
-        return ret;
     }
-    message::StatusInfo accepted;
-    accepted.status = 0;
-    const std::string encoded = EncodeResponse(accepted);
-    const int sent = uploader->UploadData(encoded.c_str(), static_cast<int>(encoded.size()));
-    TIV_LOGI("Reply data handshake, statusInfo=%s, response sent size:%d, resp size:%zu",
-             accepted.ToString().c_str(), sent, encoded.size());
-    return 0;
+    return ret;
 }
 
 int CollectionEntry::FinishCollection(int32_t devIndexId, const std::string& jobId) {

@@ -21,6 +21,12 @@ std::string DevModeKey(uint32_t devId, const std::string& mode) {
     return std::to_string(devId) + "_" + (mode.empty() ? DEFAULT_MODE : mode);
 }
 
+void LogUpdate(const std::string& key, const std::string& jobId) {
+    TIV_LOGI("devModeKey:%s, jobId:%s Entering UpdateDevModeJobMap...", key.c_str(), jobId.c_str());
+}
+
+void LogAdd(const std::string& id) { TIV_LOGI("id: %s Entering AddUploader...", id.c_str()); }
+
 std::shared_ptr<Uploader> MakeUploader(const std::shared_ptr<ITransport>& transport) {
     try {
         return std::make_shared<Uploader>(transport);
@@ -84,8 +90,12 @@ void UploaderMgr::Clear() {
 void UploaderMgr::UpdateDevModeJobMap(uint32_t devId, const std::string& mode,
                                       const std::string& jobId) {
     const std::string key = DevModeKey(devId, mode);
-    TIV_LOGI("devModeKey:%s, jobId:%s Entering UpdateDevModeJobMap...", key.c_str(), jobId.c_str());
+    LogUpdate(key, jobId);
     tiv::MutexLock lock(mutex_);
+    PutJobId(key, jobId);
+}
+
+void UploaderMgr::PutJobId(const std::string& key, const std::string& jobId) {
     if (devModeJobMap_.count(key) != 0) {
         TIV_LOGI("Upadate devModeJobMap_");
     } else {
@@ -128,13 +138,32 @@ int UploaderMgr::CreateUploader(const std::string& id, const std::shared_ptr<ITr
 }
 
 void UploaderMgr::AddUploader(const std::string& id, const std::shared_ptr<Uploader>& uploader) {
-    TIV_LOGI("id: %s Entering AddUploader...", id.c_str());
-    if (uploader == nullptr || id.empty()) {
-        return;
-    }
-    std::shared_ptr<Uploader> replaced = uploader;
+    LogAdd(id);
+    std::shared_ptr<Uploader> replaced;
     tiv::MutexLock lock(mutex_);
-    replaced.swap(uploaderMap_[id]);
+    replaced = PutUploader(id, uploader);
+    lock.Unlock();
+}
+
+std::shared_ptr<Uploader> UploaderMgr::PutUploader(const std::string& id,
+                                                   const std::shared_ptr<Uploader>& uploader) {
+    if (uploader == nullptr || id.empty()) {
+        return nullptr;
+    }
+    return std::exchange(uploaderMap_[id], uploader);
+}
+
+void UploaderMgr::AnswerAndAdd(uint32_t devId, const std::string& mode, const std::string& jobId,
+                               const std::shared_ptr<Uploader>& uploader,
+                               const std::function<void()>& answer) {
+    const std::string key = DevModeKey(devId, mode);
+    std::shared_ptr<Uploader> replaced;
+    tiv::MutexLock lock(mutex_);
+    answer();
+    LogUpdate(key, jobId);
+    PutJobId(key, jobId);
+    LogAdd(jobId);
+    replaced = PutUploader(jobId, uploader);
     lock.Unlock();
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,10 +28,10 @@ struct FileChunkInfo {
 
 // Finds the uploader of a job by the job id of its data session, and the job of a device and mode.
 //
-// One mutex guards both tables and is never held across a push: GetUploader copies the pointer out,
-// so that a full queue blocks its own producers only, and an uploader removed during a push lives
-// until that push returns. DelUploader alone lets an uploader go, and so joins its thread, under
-// the mutex; all other removals end uploaders after unlocking.
+// One mutex guards both tables and is not held across a push of data: GetUploader copies the
+// pointer out, so that a full queue blocks its own producers only, and an uploader removed during a
+// push lives until that push returns. DelUploader alone lets an uploader go, and so joins its
+// thread, under the mutex; all other removals end uploaders after unlocking.
 class UploaderMgr : public common::singleton::Singleton<UploaderMgr> {
     friend class common::singleton::Singleton<UploaderMgr>;
 
@@ -55,6 +56,13 @@ class UploaderMgr : public common::singleton::Singleton<UploaderMgr> {
     // Files an uploader in place of an earlier one, which ends. An empty id or a null uploader is
     // ignored.
     void AddUploader(const std::string& id, const std::shared_ptr<Uploader>& uploader);
+    // Both of the above, for the uploader of a session that `answer` accepts. `answer` runs first
+    // and under the mutex: it puts the answer into the queue, which must be empty, and calls
+    // nothing of this table. Whoever is told by the answer and asks for the uploader so waits until
+    // it's filed.
+    void AnswerAndAdd(uint32_t devId, const std::string& mode, const std::string& jobId,
+                      const std::shared_ptr<Uploader>& uploader,
+                      const std::function<void()>& answer);
     // Leaves `uploader` as it was when there is none.
     void GetUploader(const std::string& id, std::shared_ptr<Uploader>& uploader);
     void DelUploader(const std::string& id);
@@ -78,6 +86,12 @@ class UploaderMgr : public common::singleton::Singleton<UploaderMgr> {
  private:
     bool HasUploaders() EXCLUDES(mutex_);
     void Clear() EXCLUDES(mutex_);
+    void PutJobId(const std::string& key, const std::string& jobId) REQUIRES(mutex_);
+    // Gives back the uploader that had the place: it ends with the last reference, which the caller
+    // lets go after unlocking.
+    [[nodiscard]] std::shared_ptr<Uploader> PutUploader(const std::string& id,
+                                                        const std::shared_ptr<Uploader>& uploader)
+        REQUIRES(mutex_);
 
     std::map<std::string, std::shared_ptr<Uploader>> uploaderMap_ GUARDED_BY(mutex_);
     tiv::Mutex mutex_;

@@ -1,5 +1,7 @@
 // Tests of the handshake that makes a data session.
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -52,6 +54,18 @@ TEST_F(DataSession, ResponseOfADataSessionComesBeforeItsChunks) {
 
     EXPECT_TRUE(AnswerOf(session->Sent().at(0)).success);
     EXPECT_EQ(session->Sent().at(1), "chunk  job.2");
+}
+
+TEST_F(DataSession, WhoeverIsToldByTheAnswerFindsTheUploader) {
+    std::promise<std::shared_ptr<Uploader>> found;
+    session->OnSend([&] { found.set_value(FindUploader("job")); });
+    std::future<std::shared_ptr<Uploader>> answer = found.get_future();
+    // The thread of the handshake is held up with its answer queued.
+    log.OnText("Reply data handshake", [&] { answer.wait_for(std::chrono::milliseconds(20)); });
+
+    EXPECT_EQ(OpenData(session, "job"), 0);
+
+    EXPECT_TRUE(answer.get() != nullptr);
 }
 
 TEST_F(DataSession, DataSessionQueues512Chunks) {

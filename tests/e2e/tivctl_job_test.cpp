@@ -21,7 +21,7 @@ class TivctlJob : public DaemonTest {
         const std::string output = directory_.MakeDir("results");
         words.insert(words.begin(), {"collect", "--output", output});
         const auto tivctl = Tivctl(std::move(words));
-        EXPECT_EQ(tivctl->Wait(), 0) << tivctl->Errors();
+        EXPECT_EQ(tivctl->Wait(), 0) << tivctl->Errors() << daemon_->Errors();
         for (const auto& entry : fs::directory_iterator(output)) {
             result_ = entry.path().string();
         }

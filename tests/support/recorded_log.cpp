@@ -58,6 +58,7 @@ void RecordedLog::Reset() {
     level_ = DLOG_DEBUG;
     attrResult_ = 0;
     initResult_ = 0;
+    hook_ = nullptr;
 }
 
 void RecordedLog::Clear() {
@@ -168,9 +169,23 @@ void RecordedLog::Write(char level, int32_t moduleId, std::string raw) {
     line.moduleId = moduleId;
     line.thread = ThreadName();
     line.threadId = std::this_thread::get_id();
+    std::function<void()> hook;
     MutexLock lock(mutex_);
+    if (hook_ && line.text.find(hookedPart_) != std::string::npos) {
+        hook = hook_;
+    }
     lines_.push_back(std::move(line));
     written_.NotifyAll();
+    lock.Unlock();
+    if (hook) {
+        hook();
+    }
+}
+
+void RecordedLog::OnText(std::string part, std::function<void()> hook) {
+    MutexLock lock(mutex_);
+    hookedPart_ = std::move(part);
+    hook_ = std::move(hook);
 }
 
 bool RecordedLog::Enabled(int32_t level) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,7 +30,7 @@ class RecordedLog {
  public:
     static RecordedLog& Instance();
 
-    // Back to the first state: no record, everything enabled, both results 0.
+    // Back to the first state: no record, no hook, everything enabled, both results 0.
     void Reset() EXCLUDES(mutex_);
     void Clear() EXCLUDES(mutex_);
     // Lowest level that CheckLogLevel accepts: DLOG_DEBUG to DLOG_ERROR.
@@ -56,6 +57,10 @@ class RecordedLog {
     std::vector<DlogAttr> Attributes() const EXCLUDES(mutex_);
     int InitCalls() const EXCLUDES(mutex_);
 
+    // Calls `hook` on the thread that writes a text with this part, behind the record and without
+    // a lock held. One hook at a time; Reset takes it away.
+    void OnText(std::string part, std::function<void()> hook) EXCLUDES(mutex_);
+
     // The C functions end here.
     void Write(char level, int32_t moduleId, std::string raw) EXCLUDES(mutex_);
     bool Enabled(int32_t level) const EXCLUDES(mutex_);
@@ -73,6 +78,8 @@ class RecordedLog {
     int32_t attrResult_ GUARDED_BY(mutex_) = 0;
     int32_t initResult_ GUARDED_BY(mutex_) = 0;
     int initCalls_ GUARDED_BY(mutex_) = 0;
+    std::string hookedPart_ GUARDED_BY(mutex_);
+    std::function<void()> hook_ GUARDED_BY(mutex_);
 };
 
 }  // namespace tiv::test

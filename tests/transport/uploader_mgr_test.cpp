@@ -1,6 +1,9 @@
 // The table of uploaders and the road of a chunk through it.
 #include "transport/uploader_mgr.h"
 
+#include <chrono>
+#include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "hdc/hdc_transport.h"
@@ -169,6 +172,47 @@ TEST_F(UploaderMgrTest, ReplacedUploaderEndsWithTheTableFree) {
     const auto second = std::make_shared<Uploader>(nullptr);
 
     ExpectTableFreeWhile([&] { mgr->AddUploader("job1", second); });
+}
+
+TEST_F(UploaderMgrTest, AnswerComesBeforeTheRows) {
+    const auto uploader = MakeUploader(8);
+
+    mgr->AnswerAndAdd(3, "", "job1", uploader, [this] { log.Clear(); });
+
+    EXPECT_THAT(log.OwnTexts('I'),
+                ElementsAre("devModeKey:3_def_mode, jobId:job1 Entering UpdateDevModeJobMap...",
+                            "Add to devModeJobMap_", "id: job1 Entering AddUploader..."));
+    EXPECT_EQ(Find("job1"), uploader);
+    EXPECT_EQ(mgr->GetJobId(3, ""), "job1");
+}
+
+TEST_F(UploaderMgrTest, LookUpDuringTheAnswerWaitsForTheUploader) {
+    const auto uploader = MakeUploader(8);
+    std::future<std::shared_ptr<Uploader>> found;
+
+    mgr->AnswerAndAdd(3, "", "job1", uploader, [&] {
+        found = std::async(std::launch::async, [&] { return Find("job1"); });
+        found.wait_for(std::chrono::milliseconds(20));
+    });
+
+    EXPECT_EQ(found.get(), uploader);
+}
+
+TEST_F(UploaderMgrTest, UploaderThatAnAnsweredOneReplacesEndsWithTheTableFree) {
+    mgr->AddUploader("job1", MakeHeldUploader(8));
+    const auto second = std::make_shared<Uploader>(nullptr);
+
+    ExpectTableFreeWhile([&] { mgr->AnswerAndAdd(3, "", "job1", second, [] {}); });
+}
+
+TEST_F(UploaderMgrTest, FailedAnswerFilesNothingAndLeavesTheTableFree) {
+    const auto uploader = MakeUploader(8);
+    const auto fail = [] { throw std::runtime_error("no answer"); };
+
+    EXPECT_THROW(mgr->AnswerAndAdd(3, "", "job1", uploader, fail), std::runtime_error);
+
+    EXPECT_EQ(Find("job1"), nullptr);
+    EXPECT_EQ(mgr->GetJobId(3, ""), "");
 }
 
 TEST_F(UploaderMgrTest, UninitEndsUploadersWithTheTableFree) {
