@@ -42,6 +42,7 @@ std::string HelperScriptTest::CollectUntil(const std::function<bool()>& ready,
     words.insert(words.begin(), {"collect", "--duration", "1h", "--output", output});
     tivctl_ = Tivctl(std::move(words));
     EXPECT_TRUE(Eventually(ready)) << tivctl_->Errors();
+    EXPECT_TRUE(tivctl_->WaitForError("collecting"));
     tivctl_->Signal(SIGINT);
     EXPECT_EQ(tivctl_->Wait(), 0) << tivctl_->Errors();
     for (const auto& entry : std::filesystem::directory_iterator(output)) {

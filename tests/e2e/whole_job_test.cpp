@@ -110,7 +110,7 @@ TEST_F(WholeJob, TivctlLeavesACompleteResult) {
     StartDaemon();
     const std::string output = directory_.MakeDir("results");
 
-    const auto tivctl = Tivctl({"collect", "--duration", "400ms", "--output", output});
+    const auto tivctl = Tivctl({"collect", "--duration", "1s", "--output", output});
 
     ASSERT_EQ(tivctl->Wait(), 0) << tivctl->Errors();
     const std::string result = OnlyResult(output);
@@ -122,7 +122,7 @@ TEST_F(WholeJob, TivctlLeavesACompleteResult) {
         EXPECT_EQ(fs::file_size(path), file["bytes"].get<uint64_t>()) << path;
         EXPECT_EQ(file["dataModule"], 3);
     }
-    EXPECT_GE(Samples(FileContent(result + "/device_0/data/Memory.data")), 3u);
+    EXPECT_GE(Samples(FileContent(result + "/device_0/data/Memory.data")), 2u);
     EXPECT_NE(tivctl->Output().find("data session: complete"), std::string::npos);
 }
 
@@ -172,10 +172,8 @@ TEST_F(WholeJob, CtrlCEndsTheJobAndKeepsTheData) {
     StartDaemon();
     const std::string output = directory_.MakeDir("results");
     const auto tivctl = Tivctl({"collect", "--duration", "1h", "--output", output});
-    ASSERT_TRUE(Eventually([&] {
-        const std::string result = OnlyResult(output);
-        return !result.empty() && fs::exists("/var/log/npu/profiling/0");
-    }));
+    ASSERT_TRUE(tivctl->WaitForError("collecting"));
+    ASSERT_TRUE(fs::exists("/var/log/npu/profiling/0"));
 
     tivctl->Signal(SIGINT);
 

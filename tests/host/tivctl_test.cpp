@@ -336,6 +336,7 @@ TEST_F(TivctlTest, CtrlCDuringTheCollectionEndsTheJobProperlyAndKeepsTheData) {
     Collect({"--duration", "1h"});
     Begin();
     data_->Send(ChunkMessage("data/a", "one"));
+    ASSERT_TRUE(tivctl_->WaitForError("collecting"));
     tivctl_->Interrupt();
     End();
 
