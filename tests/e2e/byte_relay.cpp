@@ -80,7 +80,12 @@ void ByteRelay::Forward(int from, int to, const std::string& stallWord) {
     char piece[4096];
     ssize_t received = 0;
     while ((received = recv(from, piece, sizeof(piece), 0)) > 0) {
+        const std::string_view text(piece, static_cast<size_t>(received));
+        const bool stalls = !stallWord.empty() && text.find(stallWord) != std::string_view::npos;
         for (ssize_t i = 0; i < received && !stalled_; ++i) {
+            if (stalls && i + 1 == received) {
+                stalled_ = true;  // before the last byte can be answered
+            }
             if (send(to, piece + i, 1, MSG_NOSIGNAL) != 1) {
                 received = 0;
                 break;
@@ -89,10 +94,6 @@ void ByteRelay::Forward(int from, int to, const std::string& stallWord) {
         }
         if (received == 0) {
             break;
-        }
-        const std::string_view text(piece, static_cast<size_t>(received));
-        if (!stallWord.empty() && text.find(stallWord) != std::string_view::npos) {
-            stalled_ = true;
         }
     }
     if (stalled_) {

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <sstream>
+#include <utility>
 
 #include "e2e/channel_job.h"
 #include "e2e/host_messages.h"
@@ -238,17 +240,18 @@ TEST_F(ChannelPath, PartBehindFullBuffersArrivesAtTheStopToo) {
 }
 
 TEST_P(ChannelSegments, CarryTheSameBytes) {
-    constexpr uint64_t LIMIT = 8 * CHUNK;
-    ConfigureDriver(CounterConfig(1, ",\"limit_bytes\":" + std::to_string(LIMIT),
+    // Whole chunks, so that all of it arrives before the stop.
+    constexpr uint64_t ALL = 8 * CHUNK;
+    ConfigureDriver(CounterConfig(1, ",\"limit_bytes\":" + std::to_string(ALL - HEADER),
                                   ",\"segment_bytes\":" + std::to_string(GetParam())));
     StartDaemon();
     ChannelJob job(link_, 0, "segments");
     ASSERT_TRUE(job.Start().Accepted());
-    ASSERT_TRUE(job.sink.WaitForBytes(LIMIT));
+    ASSERT_TRUE(job.sink.WaitForBytes(ALL));
 
     ASSERT_TRUE(job.Stop().Accepted());
 
-    EXPECT_EQ(job.sink.Runs(), std::vector<uint64_t>{HEADER + LIMIT});
+    EXPECT_EQ(job.sink.Runs(), std::vector<uint64_t>{ALL});
     ExpectAllArrived(job);
 }
 
@@ -317,12 +320,14 @@ TEST_F(ChannelStall, NoThreadOfTheDaemonSpins) {
     ConfigureDriver(CounterConfig(1, "", PATIENT_DRIVER));
     StartDaemon();
     const auto job = StalledJob();
-    // The last chunk on its way into the queue.
-    std::chrono::milliseconds before{-1};
+    // What still goes into the queue takes CPU time: it is full when none goes for a while.
+    auto since = std::chrono::steady_clock::now();
+    std::chrono::milliseconds before = CpuTime();
     ASSERT_TRUE(Eventually([&] {
-        const std::chrono::milliseconds last = before;
-        before = CpuTime();
-        return before == last;
+        const std::chrono::milliseconds last = std::exchange(before, CpuTime());
+        const auto now = std::chrono::steady_clock::now();
+        since = before == last ? since : now;
+        return now - since >= std::chrono::milliseconds(300);
     }));
 
     const bool burned =

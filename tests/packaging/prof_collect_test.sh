@@ -283,7 +283,7 @@ test_kill_ends_a_deaf_recorder() {
     "$script" --kill || die "kill failed"
 
     wait "$recorder"
-    expect "$(pgrep -f "$run/recorder.$recorder" | wc -l)" 0
+    expect "$(pgrep -f "$run/recorder.$recorder/" | wc -l)" 0
 }
 
 test_kill_ends_the_perf_of_a_lost_recorder() {

@@ -69,7 +69,7 @@ inline std::string ReadBytes(uint32_t device, uint32_t channel, size_t bytes,
         }
         all.append(buffer, 0, static_cast<size_t>(count));
         ProfPollPair pair{};
-        if (count == 0 && prof_channel_poll(&pair, 1, 5) <= 0) {
+        if (count == 0 && prof_channel_poll(&pair, 1, 30) <= 0) {
             return all;
         }
     }

@@ -338,7 +338,7 @@ TEST_F(Channels, HeldBackBytesBecomeReadableInLots) {
 
 TEST_F(Channels, FlushMakesHeldBackBytesReadableAndReportsTheChannel) {
     Configure(R"({"channels": [{"id": 8, "source": "counter", "hold_back_bytes": 1000,
-                  "bytes_per_second": 8, "limit_bytes": 8}]})");
+                  "bytes_per_second": 1, "limit_bytes": 8}]})");
     uint32_t size = 0;
     ASSERT_EQ(0, Start(0, 8));
     ASSERT_EQ(0, prof_channel_read(0, 8, buffer_, sizeof(buffer_)));

@@ -47,7 +47,7 @@ class Running : public ::testing::Test {
         std::string all;
         char buffer[256];
         ProfPollPair pair{};
-        while (all.size() < bytes && ready_.Poll(&pair, 1, std::chrono::seconds(5)) > 0) {
+        while (all.size() < bytes && ready_.Poll(&pair, 1, std::chrono::seconds(30)) > 0) {
             const int32_t count = channel.Read(buffer, sizeof(buffer));
             all.append(buffer, static_cast<size_t>(std::max(count, 0)));
         }
