@@ -198,7 +198,7 @@ TEST(BoundQueue, EachFiveHundredthPushWritesStatistics) {
     EXPECT_EQ(RecordedLog::Instance().CountOf('I'), 0U);
     PushTimes(queue, 1);
 
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               std::vector<std::string>({"QueueName: BoundQueue, QueueCapacity:1000, QueueSize:499, "
                                         "HisMaxCut:499, Percent:49.9000%"}));
 }
@@ -225,7 +225,7 @@ TEST(BoundQueue, LargestSizeIsRemembered) {
         PushTimes(queue, 1);
     }
 
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               std::vector<std::string>({"QueueName: BoundQueue, QueueCapacity:1000, QueueSize:0, "
                                         "HisMaxCut:19, Percent:0.0000 %"}));
 }

@@ -18,7 +18,7 @@ namespace {
 using tiv::test::RecordedLog;
 using Texts = std::vector<std::string>;
 
-Texts Printed() { return RecordedLog::Instance().Texts('I'); }
+Texts Printed() { return RecordedLog::Instance().OwnTexts('I'); }
 
 TEST(PerfCount, PrintsSpansBytesAndExcess) {
     PerfCount count("reader");

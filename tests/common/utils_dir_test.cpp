@@ -52,10 +52,10 @@ TEST_F(UtilsDir, ParentsAreMadeFirst) {
 
     EXPECT_TRUE(std::filesystem::is_directory(dir.Path("a/b")));
     EXPECT_EQ(
-        RecordedLog::Instance().Texts('I'),
+        RecordedLog::Instance().OwnTexts('I'),
         Texts({"CreateDir dir a with 750", "Success to mkdir, FilePath : a, FileMode : 750",
                "CreateDir dir b with 750", "Success to mkdir, FilePath : b, FileMode : 750"}));
-    EXPECT_EQ(RecordedLog::Instance().Texts('D'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('D'),
               Texts({"The file already exists, " + Utils::BaseName(dir.Path())}));
 }
 

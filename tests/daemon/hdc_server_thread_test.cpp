@@ -345,7 +345,7 @@ TEST_F(RenumberedServerThread, WarningsNameBothIdsTheLogicalOneAsItWasLast) {
 
     Run();
 
-    EXPECT_EQ(RecordedLog::Instance().Texts('W'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('W'),
               (std::vector<std::string>{
                   "logDevId 3 phyDevId 7 create HDC failed, error: 6, sleep 5000 milliseconds and "
                   "retry",

@@ -68,7 +68,7 @@ TEST(ComponentTable, InitRunsInRisingOrderWhateverTheOrderOfRegistration) {
     EXPECT_EQ(IdeDaemonInit(NoSubInit), 0);
 
     EXPECT_EQ(calls, (std::vector<std::string>{"init a", "init b", "init c"}));
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               (std::vector<std::string>{"call [hdc] init function succ",
                                         "call [profiling] init function succ",
                                         "call [default] init function succ", "Daemon Init done"}));
@@ -130,7 +130,7 @@ TEST(ComponentTable, DestroyRunsInFallingOrderAndNeverStopsEarly) {
     IdeDaemonDestroy();
 
     EXPECT_EQ(calls, (std::vector<std::string>{"destroy c", "destroy b", "destroy a"}));
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               (std::vector<std::string>{"call ideComponents Funcs destroy[default] success",
                                         "call ideComponents Funcs destroy[hdc] success"}));
     EXPECT_EQ(RecordedLog::Instance().Texts('E'),

@@ -27,7 +27,8 @@ void EndLoopAfter(int waits) { FakeMm::Instance().calls.Fail("mmSemWait", -1, EI
 TEST(HdcDestroy, WithoutInitOnlyLogsItsEnd) {
     EXPECT_EQ(IdeDaemonHdcDestroy(), 0);
 
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'), (std::vector<std::string>{"Hdc Destroy Exit"}));
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
+              (std::vector<std::string>{"Hdc Destroy Exit"}));
 }
 
 TEST(HdcDestroy, TakesEverythingDown) {
@@ -43,7 +44,7 @@ TEST(HdcDestroy, TakesEverythingDown) {
     EXPECT_EQ(Info().sessionAcceptRun, 0);
     EXPECT_EQ(Info().syncInited, 0);
     EXPECT_EQ(Info().inited, 0);
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               (std::vector<std::string>{"Destroy GlobalCtrlInfo", "Destroy GlobalCtrlInfo",
                                         "Hdc Destroy Exit"}));
 }
@@ -68,7 +69,7 @@ TEST(HdcDestroy, CallsComeInTheirOrder) {
                                         "mmMutexUnLock", "drvHdcClientDestroy", "mmSemPost",
                                         "mmSemDestroy", "mmMutexDestroy"}));
     EXPECT_EQ(
-        RecordedLog::Instance().Texts('I'),
+        RecordedLog::Instance().OwnTexts('I'),
         (std::vector<std::string>{"Init GlobalCtrlInfo", "Device Counts: 2", "device count: 2",
                                   "notify 2 device up", "Destroy GlobalCtrlInfo",
                                   "Hdc Server Destroy Err Code: 9, dev Id: 0",

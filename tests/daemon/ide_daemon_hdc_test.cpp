@@ -85,7 +85,7 @@ TEST(HdcInit, RegistersEachPhysicalDeviceOnceAndPosts) {
     EXPECT_EQ(Info().devices[7]->serviceType, 4u);
     EXPECT_EQ(Info().devices[7]->threadCreated, 0);
     EXPECT_EQ(FakeMm::Instance().calls.Count("mmSemPost"), 1u);
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               (std::vector<std::string>{"Init GlobalCtrlInfo", "Device Counts: 2",
                                         "device count: 2", "notify 2 device up"}));
 }
@@ -253,7 +253,7 @@ TEST(RegisterDevices, EachCallbackGetsCountAndList) {
     IdeDaemonHdcRegisterDevices(1, &id);
 
     EXPECT_EQ(seen, (std::vector<uint32_t>{1, 9, 1, 9}));
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'),
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'),
               (std::vector<std::string>{"register 1 notify callbacks 0",
                                         "register 1 notify callbacks 1", "notify 1 device up"}));
 }

@@ -46,7 +46,7 @@ TEST_F(DataSessionEnd, JobWithoutUploaderOnlyLogs) {
     const std::vector<std::string> expected = {
         "Entering device(3) FinishCollection...jobId:job", "reset device(3) uploader.",
         "Del id job uploader...", "Device(3) leaving finish_collection..."};
-    EXPECT_EQ(RecordedLog::Instance().Texts('I'), expected);
+    EXPECT_EQ(RecordedLog::Instance().OwnTexts('I'), expected);
 }
 
 TEST_F(DataSessionEnd, FinishComesBehindEveryQueuedChunk) {
@@ -94,7 +94,7 @@ TEST_F(DataSessionEnd, QueueIsEmptiedBeforeTheUploaderGoes) {
 
     EXPECT_EQ(FinishDataSession(3, "job"), 0);
 
-    const std::vector<std::string> lines = RecordedLog::Instance().Texts('I');
+    const std::vector<std::string> lines = RecordedLog::Instance().OwnTexts('I');
     const auto flushed = std::find(lines.begin(), lines.end(), "Device(3) data session finished");
     const auto deleted = std::find(lines.begin(), lines.end(), "Del id job uploader...");
     ASSERT_NE(deleted, lines.end());

@@ -300,7 +300,7 @@ TEST_F(CollectionRegister, StopOfAGlobalJobWarnsOfItsOwnDevice) {
 
     EXPECT_EQ(table.UnregisterCollectionJob(3, PROF_JOB_SYS_STAT), 0);
 
-    EXPECT_EQ(log.Texts('W'), std::vector<std::string>{"IsGlobalJobLevel, devId:3 jobTag:30"});
+    EXPECT_EQ(log.OwnTexts('W'), std::vector<std::string>{"IsGlobalJobLevel, devId:3 jobTag:30"});
 }
 
 TEST_F(CollectionRegister, OtherTagsRunBesideAGlobalJob) {

@@ -233,7 +233,7 @@ TEST_F(ProcAllPids, ProcessThatGoesBeforeItIsReadIsDroppedAtTheNextPass) {
     tree.Remove("5/stat");
 
     NextPass(*handler);
-    EXPECT_EQ(log.Texts('W'),
+    EXPECT_EQ(log.OwnTexts('W'),
               (std::vector<std::string>{"Open file " + tree.Path("5/statm") + " failed",
                                         "Open file " + tree.Path("5/stat") + " failed"}));
     EXPECT_EQ(handler->Followed(), Pids{5});

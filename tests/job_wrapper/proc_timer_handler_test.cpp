@@ -200,7 +200,7 @@ TEST_F(ProcTimerHandlerExecute, FileThatIsGoneIsSkippedAndDoesNotCount) {
 
     EXPECT_EQ(handler->Execute(), 0);
 
-    EXPECT_EQ(log.Texts('W'),
+    EXPECT_EQ(log.OwnTexts('W'),
               std::vector<std::string>{"Open file " + tree.Path("gone") + " failed"});
     EXPECT_EQ(handler->Index(), 0U);
     EXPECT_EQ(handler->UsedSize(), 0U);
@@ -447,8 +447,9 @@ TEST_F(ProcTimerHandlerUninit, SendsWhatIsBufferedAndLogsIt) {
 
     EXPECT_EQ(handler->Uninit(), 0);
 
-    EXPECT_EQ(log.Texts('I'), (std::vector<std::string>{
-                                  "FlushBuf data/Load.data, the total index :1",
+    EXPECT_EQ(
+        log.OwnTexts('I'),
+        (std::vector<std::string>{"FlushBuf data/Load.data, the total index :1",
                                   "FlushBuf, isInited_:1, bufUsedSize:4", "FlushBuf running 4"}));
     EXPECT_FALSE(handler->HoldsUploader());
     EXPECT_EQ(collector.Payloads(), std::vector<std::string>{"text"});

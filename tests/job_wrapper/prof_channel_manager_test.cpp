@@ -143,7 +143,7 @@ TEST_F(ProfChannelManagerTest, FailedStartIsSaidAtInfoLevel) {
     EXPECT_EQ(Manager().Init(), -1);
 
     EXPECT_TRUE(Log().Has('E', "make shared failed, message: std::bad_alloc"));
-    EXPECT_EQ(Log().Texts('I').back(), "drvChannelPoll start thread pool failed");
+    EXPECT_EQ(Log().OwnTexts('I').back(), "drvChannelPoll start thread pool failed");
 }
 
 TEST_F(ProfChannelManagerTest, FlushReachesTheReaders) {

@@ -126,9 +126,9 @@ TEST_F(SysInfoInit, SwitchesThatAreOffDecline) {
     EXPECT_EQ(InitOf<MemJob>(), -1);
     EXPECT_EQ(InitOf<PidsJob>(), -1);
 
-    EXPECT_EQ(log.Texts('I'), (std::vector<std::string>{"sys_profiling not enabled",
-                                                        "sys mem profiling not enabled",
-                                                        "pid_profiling not enabled"}));
+    EXPECT_EQ(log.OwnTexts('I'), (std::vector<std::string>{"sys_profiling not enabled",
+                                                           "sys mem profiling not enabled",
+                                                           "pid_profiling not enabled"}));
 }
 
 TEST_F(SysInfoInit, OnlyOnInSmallLettersIsOn) {
@@ -137,8 +137,8 @@ TEST_F(SysInfoInit, OnlyOnInSmallLettersIsOn) {
     EXPECT_EQ(InitOf<StatJob>(), -1);
     EXPECT_EQ(InitOf<MemJob>(), -1);
 
-    EXPECT_EQ(log.Texts('I'), (std::vector<std::string>{"sys_profiling not enabled",
-                                                        "sys mem profiling not enabled"}));
+    EXPECT_EQ(log.OwnTexts('I'), (std::vector<std::string>{"sys_profiling not enabled",
+                                                           "sys mem profiling not enabled"}));
 }
 
 TEST_F(SysInfoInit, HostToolThatReportsMemoryKeepsSystemMemoryOff) {
@@ -170,7 +170,7 @@ TEST_F(SysInfoInit, OtherSideDeclinesBeforeTheSwitchIsRead) {
     EXPECT_EQ(InitOf<MemJob>(), -1);
     EXPECT_EQ(InitOf<PidsJob>(), -1);
 
-    EXPECT_EQ(log.Texts('I'),
+    EXPECT_EQ(log.OwnTexts('I'),
               (std::vector<std::string>{"Not in device Side, SysStat Profiling not enabled",
                                         "Not in device Side, SysMem Profiling not enabled",
                                         "Not in device Side, AllPids Profiling not enabled"}));

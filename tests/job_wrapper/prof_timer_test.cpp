@@ -251,7 +251,7 @@ TEST_F(ProfTimerTick, HandlerThatCannotBeFinishedIsRemovedAllTheSame) {
 TEST_F(ProfTimerTick, StopWhenNotRunningLogsBeginAndEndOnly) {
     EXPECT_EQ(timer->Stop(), 0);
 
-    EXPECT_EQ(log.Texts('I'),
+    EXPECT_EQ(log.OwnTexts('I'),
               (std::vector<std::string>{"Stop ProfTimer begin", "Stop ProfTimer end"}));
     EXPECT_EQ(log.Lines().size(), 2U);
 }
@@ -291,7 +291,7 @@ TEST_F(ProfTimerTick, RemoveOfAnUnknownTagLogsBothLinesAndChangesNothing) {
 
     timer->RemoveTimerHandler(77);
 
-    EXPECT_EQ(log.Texts('I'),
+    EXPECT_EQ(log.OwnTexts('I'),
               (std::vector<std::string>{"ProfTimer RemoveTimerHandler tag 77 begin",
                                         "ProfTimer RemoveTimerHandler tag 77 succ"}));
     EXPECT_TRUE(calls.All().empty());

@@ -84,7 +84,7 @@ TEST_F(ChannelPollTest, LastChannelTakesItsDeviceAlong) {
 
     poll.RemoveReader(DEVICE, CHANNEL);
 
-    EXPECT_EQ(Log().Texts('I'), (Texts{"RemoveReader, devId:2, channel:8"}));
+    EXPECT_EQ(Log().OwnTexts('I'), (Texts{"RemoveReader, devId:2, channel:8"}));
 }
 
 TEST_F(ChannelPollTest, OtherChannelsKeepTheDevice) {
@@ -95,7 +95,7 @@ TEST_F(ChannelPollTest, OtherChannelsKeepTheDevice) {
 
     poll.RemoveReader(DEVICE, CHANNEL);
 
-    EXPECT_EQ(Log().Texts('I'),
+    EXPECT_EQ(Log().OwnTexts('I'),
               (Texts{"RemoveReader, devId:2, channel:8", "RemoveReader, fid dev, devId:2"}));
 }
 

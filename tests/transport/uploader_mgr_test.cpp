@@ -392,10 +392,10 @@ TEST_F(UploaderMgrTest, DestructionWithUploadersSleepsTwentyMilliseconds) {
     mgr.reset();
 
     EXPECT_THAT(mm.Sleeps(), ElementsAre(20));
-    EXPECT_THAT(log.Texts('I'), testing::Contains("Stopping uploader, force_quit:1."));
-    EXPECT_EQ(log.Texts('I').front(), "id: job1 Entering AddUploader...");
-    EXPECT_EQ(log.Texts('I').at(1), "Begin to destroy UploaderMgr.");
-    EXPECT_EQ(log.Texts('I').back(), "End to destroy UploaderMgr.");
+    EXPECT_THAT(log.OwnTexts('I'), testing::Contains("Stopping uploader, force_quit:1."));
+    EXPECT_EQ(log.OwnTexts('I').front(), "id: job1 Entering AddUploader...");
+    EXPECT_EQ(log.OwnTexts('I').at(1), "Begin to destroy UploaderMgr.");
+    EXPECT_EQ(log.OwnTexts('I').back(), "End to destroy UploaderMgr.");
 }
 
 TEST_F(UploaderMgrTest, DestructionOfAnEmptyTableDoesNotSleep) {
